@@ -1,0 +1,65 @@
+#include "platform/directory_walk.h"
+
+#include <dirent.h>
+#include <sys/stat.h>
+
+#include <cstring>
+#include <memory>
+#include <vector>
+
+#include "platform/hidden.h"
+
+namespace pelmar {
+namespace {
+
+struct CloseFolder {
+  void operator()(DIR* folder) const { ::closedir(folder); }
+};
+
+EntryType typeOf(const dirent& entry, const std::string& path) {
+  switch (entry.d_type) {
+    case DT_REG:
+      return EntryType::regularFile;
+    case DT_DIR:
+      return EntryType::folder;
+    case DT_UNKNOWN:
+      break;  // some file systems leave the type to be asked for
+    default:
+      return EntryType::other;
+  }
+  struct stat status {};
+  if (::lstat(path.c_str(), &status) != 0) return EntryType::other;
+  if (S_ISREG(status.st_mode)) return EntryType::regularFile;
+  return S_ISDIR(status.st_mode) ? EntryType::folder : EntryType::other;
+}
+
+// Visits the entries of one folder and adds those to go into to `pending`.
+void visitFolder(const std::string& folder, const std::function<Descend(const Entry&)>& visit,
+                 std::vector<std::string>& pending) {
+  const std::unique_ptr<DIR, CloseFolder> stream(::opendir(folder.c_str()));
+  if (!stream) return;
+  std::string path = folder + '/';
+  const auto prefix = path.size();
+  while (const dirent* entry = ::readdir(stream.get())) {  // NOLINT(concurrency-mt-unsafe)
+    if (entry->d_name[0] == '.') continue;
+    path.resize(prefix);
+    path += entry->d_name;
+    if (hasHiddenFlag(path)) continue;
+    const EntryType type = typeOf(*entry, path);
+    const Descend descend = visit({path, std::string_view(path).substr(prefix), type});
+    if (type == EntryType::folder && descend == Descend::yes) pending.push_back(path);
+  }
+}
+
+}  // namespace
+
+void walkFolder(const std::string& root, const std::function<Descend(const Entry&)>& visit) {
+  std::vector<std::string> pending = {root};
+  while (!pending.empty()) {
+    const std::string folder = std::move(pending.back());
+    pending.pop_back();
+    visitFolder(folder, visit, pending);
+  }
+}
+
+}  // namespace pelmar

@@ -1,0 +1,28 @@
+#pragma once
+
+// A walk over everything below a folder, hidden entries and their contents left out (names that
+// begin with a dot; on macOS also what carries the hidden flag). Links to folders are not
+// followed. Folders that cannot be read are passed over.
+
+#include <functional>
+#include <string>
+#include <string_view>
+
+namespace pelmar {
+
+enum class EntryType { regularFile, folder, other };
+
+struct Entry {
+  const std::string& path;
+  std::string_view name;  // the last component of `path`
+  EntryType type;         // of the entry itself: a link is `other`
+};
+
+// Whether to go into the folder that was visited; without meaning for other entries.
+enum class Descend { yes, no };
+
+// Calls `visit` for every entry below `root`, in the order of the file system. Holds one folder
+// open at a time, whatever the depth. `root` itself may be a link and is not visited.
+void walkFolder(const std::string& root, const std::function<Descend(const Entry&)>& visit);
+
+}  // namespace pelmar

@@ -1,0 +1,116 @@
+#include "platform/files.h"
+
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <system_error>
+
+#include "platform/descriptor.h"
+#include "platform/fatal.h"
+
+namespace pelmar {
+namespace {
+
+constexpr mode_t kOwnerOnlyFile = 0600;
+constexpr mode_t kOwnerOnlyFolder = 0700;
+constexpr std::size_t kReadPiece = 64 * 1024;
+constexpr std::size_t kMostOfNoRegularFile = 1024 * 1024;
+
+std::string lastError() { return std::generic_category().message(errno); }
+
+bool isRegularFile(int descriptor) {
+  struct stat status {};
+  return ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+bool writeAll(int descriptor, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t count = ::write(descriptor, bytes.data(), bytes.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return false;
+    bytes.remove_prefix(static_cast<std::size_t>(count));
+  }
+  return true;
+}
+
+std::string folderOf(const std::string& path) {
+  const auto slash = path.rfind('/');
+  return slash == std::string::npos ? "." : path.substr(0, slash);
+}
+
+bool writeFlushed(const std::string& path, std::string_view bytes) {
+  // What stands there may be another's, a link or a FIFO: a new file, or none.
+  ::unlink(path.c_str());
+  const Descriptor file(path.c_str(), O_WRONLY | O_CREAT | O_EXCL, kOwnerOnlyFile);
+  return file.valid() && writeAll(file.get(), bytes) && ::fsync(file.get()) == 0;
+}
+
+}  // namespace
+
+std::optional<std::string> readFile(const std::string& path) {
+  const Descriptor file(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY);
+  if (!file.valid()) return std::nullopt;
+  std::string content;
+  char piece[kReadPiece];
+  for (;;) {
+    const ssize_t count = ::read(file.get(), piece, sizeof piece);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return std::nullopt;
+    content.append(piece, static_cast<std::size_t>(count));
+    // A regular file reads short only at its end, so most files need no second read.
+    if (static_cast<std::size_t>(count) < sizeof piece) return content;
+    if (content.size() == kMostOfNoRegularFile && !isRegularFile(file.get())) return content;
+  }
+}
+
+RangeRead readRange(const std::string& path, std::int64_t offset, std::int64_t length) {
+  const Descriptor file(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY);
+  if (!file.valid()) return {};
+  if (offset < 0) fatal("a stored offset is negative");
+  if (::lseek(file.get(), offset, SEEK_SET) < 0) return {.isOpened = true};
+  std::string bytes(static_cast<std::size_t>(length), '\0');
+  std::size_t filled = 0;
+  while (filled < bytes.size()) {
+    const ssize_t count = ::read(file.get(), bytes.data() + filled, bytes.size() - filled);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return {.isOpened = true};
+    if (count == 0) break;
+    filled += static_cast<std::size_t>(count);
+  }
+  bytes.resize(filled);
+  return {.isOpened = true, .bytes = std::move(bytes)};
+}
+
+std::optional<std::int64_t> sizeOf(const std::string& path) {
+  struct stat status {};
+  if (::stat(path.c_str(), &status) != 0) return std::nullopt;
+  return static_cast<std::int64_t>(status.st_size);
+}
+
+void createFolders(const std::string& folder) {
+  for (std::size_t end = folder.find('/', 1);; end = folder.find('/', end + 1)) {
+    ::mkdir(folder.substr(0, end).c_str(), kOwnerOnlyFolder);
+    if (end == std::string::npos) return;
+  }
+}
+
+std::optional<std::string> replaceFile(const std::string& path, const std::string& temporary,
+                                       std::string_view bytes) {
+  if (!writeFlushed(temporary, bytes) || ::rename(temporary.c_str(), path.c_str()) != 0) {
+    auto reason = lastError();
+    ::unlink(temporary.c_str());
+    return reason;
+  }
+  const Descriptor folder(folderOf(path).c_str(), O_RDONLY);
+  if (folder.valid()) ::fsync(folder.get());
+  return std::nullopt;
+}
+
+bool appendLine(const std::string& path, std::string_view line) {
+  const Descriptor file(path.c_str(), O_WRONLY | O_APPEND | O_NONBLOCK | O_NOCTTY);
+  if (!file.valid()) return false;
+  if (writeAll(file.get(), line)) writeAll(file.get(), "\n");
+  return true;
+}
+
+}  // namespace pelmar

@@ -1,0 +1,137 @@
+#include "platform/http.h"
+
+#include <curl/curl.h>
+
+#include <algorithm>
+#include <string>
+
+#include "platform/fatal.h"
+#include "platform/url.h"
+
+namespace pelmar {
+namespace {
+
+constexpr std::size_t kMostAnswerBytes = 8 * 1024 * 1024;
+
+struct FreeList {
+  void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+};
+using HeaderList = std::unique_ptr<curl_slist, FreeList>;
+
+// What the callbacks of one exchange share with it.
+struct Transfer {
+  std::optional<std::string> body;
+  bool isTooLarge = false;
+  bool isSent = false;
+};
+
+std::size_t receive(char* bytes, std::size_t /*one*/, std::size_t count, void* context) {
+  auto& transfer = *static_cast<Transfer*>(context);
+  if (!transfer.body) transfer.body.emplace();
+  if (transfer.body->size() + count > kMostAnswerBytes) {
+    transfer.isTooLarge = true;
+    return 0;
+  }
+  transfer.body->append(bytes, count);
+  return count;
+}
+
+// Called before each time a request is sent. When a kept connection ends without an answer, libcurl
+// sends the request once more by itself, although the service may have taken the first: a retry
+// is the caller's to decide and to write down.
+int allowOnce(void* context, char* /*to*/, char* /*from*/, int /*toPort*/, int /*fromPort*/) {
+  auto& transfer = *static_cast<Transfer*>(context);
+  if (transfer.isSent) return CURL_PREREQFUNC_ABORT;
+  transfer.isSent = true;
+  return CURL_PREREQFUNC_OK;
+}
+
+bool isHeaderValue(const std::string& value) {
+  return std::none_of(value.begin(), value.end(),
+                      [](char c) { return c == '\r' || c == '\n' || c == '\0'; });
+}
+
+// None when a value would end its line and smuggle in headers of its own.
+std::optional<HeaderList> headerList(const HttpRequest& request) {
+  HeaderList list;
+  const auto add = [&list](const std::string& line) {
+    curl_slist* longer = curl_slist_append(list.get(), line.c_str());
+    if (longer == nullptr) fatal("out of memory");
+    static_cast<void>(list.release());
+    list.reset(longer);
+  };
+  for (const auto& [name, value] : request.headers) {
+    if (!isHeaderValue(value)) return std::nullopt;
+    add(value.empty() ? name + ';' : name + ": " + value);  // libcurl's form of an empty value
+  }
+  add("Accept:");  // a name alone takes back what libcurl adds by itself
+  add("Expect:");
+  return list;
+}
+
+}  // namespace
+
+struct HttpClient::State {
+  State() : curl(curl_easy_init()) {
+    if (curl == nullptr) fatal("libcurl cannot be initialised");
+    set(CURLOPT_NOSIGNAL, 1L);
+    set(CURLOPT_HTTP_VERSION, long{CURL_HTTP_VERSION_1_1});
+    set(CURLOPT_FOLLOWLOCATION, 0L);
+    set(CURLOPT_PATH_AS_IS, 1L);
+    set(CURLOPT_HTTPAUTH, long{CURLAUTH_NONE});  // a URL's user and password are not sent either
+    set(CURLOPT_WRITEFUNCTION, &receive);
+    set(CURLOPT_PREREQFUNCTION, &allowOnce);
+#if LIBCURL_VERSION_NUM >= 0x075500
+    set(CURLOPT_PROTOCOLS_STR, "http,https");
+#else
+    set(CURLOPT_PROTOCOLS, long{CURLPROTO_HTTP | CURLPROTO_HTTPS});
+#endif
+  }
+  ~State() { curl_easy_cleanup(curl); }
+  State(const State&) = delete;
+  State& operator=(const State&) = delete;
+
+  template <typename Value>
+  void set(CURLoption option, Value value) {
+    curl_easy_setopt(curl, option, value);
+  }
+
+  CURL* curl;
+};
+
+HttpClient::HttpClient() : state_(std::make_unique<State>()) {}
+HttpClient::~HttpClient() = default;
+
+HttpExchange HttpClient::send(const HttpRequest& request) {
+  if (!isHttpUrl(request.url)) return {.error = "unsupported URL"};
+  const auto headers = headerList(request);
+  if (!headers) return {.error = "a header value holds a line break"};
+
+  Transfer transfer;
+  state_->set(CURLOPT_URL, request.url.c_str());
+  state_->set(CURLOPT_HTTPHEADER, headers->get());
+  state_->set(CURLOPT_TIMEOUT_MS, static_cast<long>(request.deadline.count()));
+  state_->set(CURLOPT_WRITEDATA, &transfer);
+  state_->set(CURLOPT_PREREQDATA, &transfer);
+  if (request.body) {
+    state_->set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body->size()));
+    state_->set(CURLOPT_POSTFIELDS, request.body->data());
+  } else {
+    state_->set(CURLOPT_HTTPGET, 1L);
+  }
+
+  const CURLcode result = curl_easy_perform(state_->curl);
+  if (result == CURLE_OPERATION_TIMEDOUT) return {};
+  if (result == CURLE_ABORTED_BY_CALLBACK) return {.error = "the connection was lost"};
+  long status = 0;
+  curl_easy_getinfo(state_->curl, CURLINFO_RESPONSE_CODE, &status);
+  if (transfer.isTooLarge) return {.status = static_cast<int>(status)};
+  if (result != CURLE_OK) {
+    return {.body = std::move(transfer.body),
+            .status = static_cast<int>(status),
+            .error = curl_easy_strerror(result)};
+  }
+  return {.body = std::move(transfer.body), .status = static_cast<int>(status)};
+}
+
+}  // namespace pelmar
