@@ -1,0 +1,68 @@
+#include "watcher/audit_files.h"
+
+#include <algorithm>
+#include <array>
+#include <optional>
+#include <string_view>
+
+#include "platform/directory_walk.h"
+#include "platform/files.h"
+#include "platform/json.h"
+#include "platform/locations.h"
+
+namespace pelmar {
+namespace {
+
+// The dotted ones cannot match, since hidden entries are left out already.
+constexpr std::array<std::string_view, 10> skipDirs = {
+    "cowork_plugins", ".claude.json.lock", "node_modules", ".git",          "shim-lib",
+    "shim-perm",      "outputs",           "uploads",      "skills-plugin", "debug"};
+
+bool isSkipped(std::string_view name) {
+  return std::find(skipDirs.begin(), skipDirs.end(), name) != skipDirs.end();
+}
+
+bool isSessionRecord(std::string_view name) {
+  return name.starts_with("local_") && name.ends_with(".json");
+}
+
+// `name` without the extension "jsonl", or none when it has another.
+std::optional<std::string_view> transcriptName(std::string_view name) {
+  constexpr std::string_view kExtension = ".jsonl";
+  if (!name.ends_with(kExtension)) return std::nullopt;
+  return name.substr(0, name.size() - kExtension.size());
+}
+
+}  // namespace
+
+SessionIds desktopSessionIds() {
+  SessionIds ids;
+  const std::string root =
+      locations::homeFolder() + "/Library/Application Support/Claude/claude-code-sessions";
+  walkFolder(root, [&ids](const Entry& entry) {
+    if (!isSessionRecord(entry.name)) return Descend::yes;
+    const auto text = readFile(entry.path);
+    const auto record = text ? parseJsonObject(*text) : std::nullopt;
+    auto id = record ? textAt(*record, "cliSessionId") : std::string();
+    if (!id.empty()) ids.insert(std::move(id));
+    return Descend::yes;
+  });
+  return ids;
+}
+
+std::vector<std::string> auditFiles() {
+  std::vector<std::string> files;
+  const SessionIds ids = desktopSessionIds();
+  if (ids.empty()) return files;
+  walkFolder(locations::homeFolder() + "/.claude/projects", [&](const Entry& entry) {
+    if (entry.type == EntryType::folder && isSkipped(entry.name)) return Descend::no;
+    const auto name = transcriptName(entry.name);
+    if (name && entry.type == EntryType::regularFile && ids.contains(*name)) {
+      files.push_back(entry.path);
+    }
+    return Descend::yes;
+  });
+  return files;
+}
+
+}  // namespace pelmar

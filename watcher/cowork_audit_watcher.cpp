@@ -1,0 +1,64 @@
+#include "watcher/cowork_audit_watcher.h"
+
+#include <chrono>
+
+#include "config/pelmar_config.h"
+#include "observe/observe_client.h"
+#include "platform/locations.h"
+#include "platform/log.h"
+#include "platform/pause.h"
+#include "watcher/poll_pass.h"
+
+namespace pelmar {
+namespace {
+
+constexpr Logger logger("cowork-watcher");
+constexpr double kHeartbeatInterval = 300;  // seconds
+
+double secondsSince1970() {
+  const auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
+  return std::chrono::duration<double>(sinceEpoch).count();
+}
+
+}  // namespace
+
+CoworkAuditWatcher::CoworkAuditWatcher(double pollInterval, bool fromStart, bool verbose)
+    : pollInterval_(pollInterval),
+      fromStart_(fromStart),
+      verbose_(verbose),
+      cursorFile_(locations::homeFolder() + "/.pelmar/cowork-cursor.json") {}
+
+void CoworkAuditWatcher::run() const {
+  const auto profile = PelmarConfig::resolveProfile();
+  if (!profile) {
+    logger.error(
+        "No profile in ~/.pelmar/config (need [claude-cowork] or [claude-code]) — exiting");
+    return;
+  }
+  const std::string agentSlug = profile->agentSlug.value_or("");
+  if (agentSlug.empty()) {
+    logger.error("No agent_slug configured — runs will be created without Tandem attribution");
+  }
+  const ObserveClient client(profile->apiUrl, profile->apiKey);
+  logger.message("watching cowork sessions; profile=" + profile->name + " agent=" + agentSlug +
+                 " poll=" + std::to_string(pollInterval_) + "s");
+
+  CursorState state = cursorFile_.load();
+  if (!fromStart_) seedCursorToEOF(state, cursorFile_);
+  double lastHeartbeat = 0;
+  for (;;) {
+    pollOnce(state, cursorFile_, client, agentSlug, verbose_);
+    const double now = secondsSince1970();
+    if (!agentSlug.empty() && isHeartbeatDue(now, lastHeartbeat)) {
+      client.heartbeat(agentSlug);
+      lastHeartbeat = now;
+    }
+    pauseFor(pollInterval_);
+  }
+}
+
+bool isHeartbeatDue(double now, double lastHeartbeat) {
+  return now - lastHeartbeat >= kHeartbeatInterval;
+}
+
+}  // namespace pelmar

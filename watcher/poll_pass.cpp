@@ -1,0 +1,145 @@
+#include "watcher/poll_pass.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+#include "audit/line_processing.h"
+#include "observe/run_state.h"
+#include "platform/files.h"
+#include "platform/json.h"
+#include "platform/log.h"
+#include "platform/text.h"
+#include "watcher/audit_files.h"
+#include "watcher/line_splitting.h"
+
+namespace pelmar {
+namespace {
+
+constexpr const char* kOffset = "offset";
+
+constexpr Logger logger("cowork-watcher");
+
+FileState newFileState(std::int64_t offset) {
+  return {.values = {{kOffset, offset},
+                     {runState::kRunId, nullptr},
+                     {runState::kWorkflowId, nullptr},
+                     {runState::kStepPosition, 0}}};
+}
+
+void saveCursor(const CursorFile& cursorFile, const CursorState& state) {
+  if (const auto failure = cursorFile.save(state)) {
+    logger.error("cursor save failed: " + *failure);
+  }
+}
+
+// Where reading goes on in a transcript of `size` bytes, or none when it holds nothing new.
+std::optional<std::int64_t> startOffset(const json& values, std::int64_t size) {
+  const auto stored = values.find(kOffset);
+  const auto offset = stored == values.end() ? 0 : exactInteger(*stored).value_or(0);
+  if (offset >= size) return std::nullopt;
+  return offset;
+}
+
+// A line of a transcript, decoded.
+struct Line {
+  std::int64_t length;           // bytes of its UTF-8 text and its line feed
+  std::optional<json> object{};  // none when it is no JSON object
+};
+
+Line decode(std::string_view bytes) {
+  const auto lengthOf = [](std::string_view text) {
+    return static_cast<std::int64_t>(text.size()) + 1;
+  };
+  Line line{.length = lengthOf(bytes), .object = parseJsonObject(bytes)};
+  if (line.object || isUtf8(bytes)) return line;  // what parses is UTF-8
+  const std::string repaired = repairedUtf8(bytes);
+  return {.length = lengthOf(repaired), .object = parseJsonObject(repaired)};
+}
+
+std::int64_t decodedLength(std::string_view bytes) {
+  return static_cast<std::int64_t>(isUtf8(bytes) ? bytes.size() : repairedUtf8(bytes).size());
+}
+
+// One transcript's share of a pass.
+struct Reading {
+  const std::string& path;
+  FileState& fileState;
+  const ObserveClient& client;
+  const std::string& agentSlug;
+};
+
+// Reports the complete lines of `bytes`, which begin at `start` in a transcript of `size` bytes,
+// and returns the new offset. Never below `start`: where the bytes end inside a character, its
+// replacement is counted longer than what was read of it.
+std::int64_t reportLines(const Reading& reading, std::string_view bytes, std::int64_t start,
+                         std::int64_t size) {
+  std::int64_t running = start;
+  const std::string_view partial = splitLinesKeepPartial(bytes, [&](std::string_view text) {
+    if (trimmedBlanks(text).empty()) {
+      running += static_cast<std::int64_t>(text.size()) + 1;
+      return true;
+    }
+    Line line = decode(text);
+    if (!line.object) {
+      logger.error("skipping malformed line in " + reading.path);
+    } else if (!processLine(std::move(*line.object), reading.fileState, reading.client,
+                            reading.agentSlug, reading.path)) {
+      return false;
+    }
+    running += line.length;
+    return true;
+  });
+  return std::max(start, std::min(size - decodedLength(partial), running));
+}
+
+// Whether `reading` read anything.
+bool readNewLines(const Reading& reading, std::int64_t size) {
+  const auto start = startOffset(reading.fileState.values, size);
+  if (!start) return false;
+  const RangeRead read = readRange(reading.path, *start, size - *start);
+  if (!read.isOpened) return false;
+  if (!read.bytes) {
+    logger.error("seek/read failed for " + reading.path);
+    return false;
+  }
+  reading.fileState.values[kOffset] = reportLines(reading, *read.bytes, *start, size);
+  return true;
+}
+
+}  // namespace
+
+void pollOnce(CursorState& state, const CursorFile& cursorFile, const ObserveClient& client,
+              const std::string& agentSlug, bool verbose) {
+  const auto files = auditFiles();
+  if (verbose) logger.debug("found " + std::to_string(files.size()) + " audit.jsonl files");
+  for (const auto& path : files) {
+    const auto size = sizeOf(path);
+    if (!size) continue;
+    auto known = state.find(path);
+    FileState unknown = newFileState(0);
+    FileState& fileState = known == state.end() ? unknown : known->second;
+    const Reading reading{
+        .path = path, .fileState = fileState, .client = client, .agentSlug = agentSlug};
+    if (!readNewLines(reading, *size)) continue;
+    if (known == state.end()) state.emplace(path, std::move(unknown));
+    saveCursor(cursorFile, state);
+  }
+}
+
+void seedCursorToEOF(CursorState& state, const CursorFile& cursorFile) {
+  std::size_t seeded = 0;
+  for (const auto& path : auditFiles()) {
+    if (state.contains(path)) continue;
+    const auto size = sizeOf(path);
+    if (!size) continue;
+    state.emplace(path, newFileState(*size));
+    ++seeded;
+  }
+  if (seeded == 0) return;
+  logger.message("seeded cursor to EOF for " + std::to_string(seeded) + " audit files (tail-only)");
+  saveCursor(cursorFile, state);
+}
+
+}  // namespace pelmar
