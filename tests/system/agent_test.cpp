@@ -1,0 +1,59 @@
+#include "tests/system/agent_test.h"
+
+#include <cstdlib>
+
+namespace pelmar::test {
+
+AgentTest::AgentTest() {
+  std::string error;
+  LocalServiceOptions options;
+  options.database = root_.path() + "/service.db";
+  options.key = kKey;
+  options.remembersRequests = true;
+  service_ = LocalService::start(std::move(options), error);
+  if (!service_) throw std::runtime_error(error);
+}
+
+void AgentTest::configure(const std::string& agentSlug, const std::string& key) {
+  std::string config = "[claude-cowork]\napi_url = " + service_->url() + "\napi_key = " + key + "\n";
+  if (!agentSlug.empty()) config += "agent_slug = " + agentSlug + "\n";
+  writeFile(root_.home() + "/.pelmar/config", config);
+}
+
+std::unique_ptr<ChildProcess> AgentTest::startAgent(std::vector<std::string> switches) {
+  std::vector<std::string> command = {PELMAR_AGENT, "--poll", "0.01", "--verbose"};
+  command.insert(command.end(), switches.begin(), switches.end());
+  return std::make_unique<ChildProcess>(
+      command, std::vector<std::string>{"PELMAR_ROOT=" + root_.path()});
+}
+
+void AgentTest::waitForAnotherPass(ChildProcess& agent) {
+  agent.skipLines();
+  // The first mark ends the pass that was under way, the second a whole one.
+  for (int mark = 0; mark < 2; ++mark) ASSERT_TRUE(agent.waitForLine("audit.jsonl files"));
+}
+
+bool AgentTest::waitForSteps(std::size_t count) {
+  return service_->waitFor([&] { return service_->steps().size() >= count; }, kPatience);
+}
+
+std::vector<std::string> AgentTest::kinds() {
+  std::vector<std::string> kinds;
+  for (const json& step : service_->steps()) kinds.push_back(step.at("kind"));
+  return kinds;
+}
+
+std::vector<std::string> AgentTest::textsOfUserMessages() {
+  std::vector<std::string> texts;
+  for (const json& step : service_->steps()) {
+    if (step.at("kind") == "user_message") texts.push_back(step.at("output").at("text"));
+  }
+  return texts;
+}
+
+std::string userLine(const std::string& uuid, const std::string& text) {
+  return R"({"type":"user","uuid":")" + uuid + R"(","session_id":"s","message":{"content":")" +
+         text + "\"}}\n";
+}
+
+}  // namespace pelmar::test

@@ -1,0 +1,48 @@
+#pragma once
+
+// The built agent in a home of its own, reporting to the local service.
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <csignal>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "service/local_service.h"
+#include "tests/support/child_process.h"
+#include "tests/support/temp_root.h"
+
+namespace pelmar::test {
+
+class AgentTest : public ::testing::Test {
+ protected:
+  AgentTest();
+
+  // Writes a config file whose section has this key, and the slug unless it is empty.
+  void configure(const std::string& agentSlug, const std::string& key = kKey);
+
+  // Always with --verbose, whose message marks the begin of a pass, and with passes in close order.
+  std::unique_ptr<ChildProcess> startAgent(std::vector<std::string> switches = {});
+
+  // Waits until a pass that began after this call is over, the cursor saved.
+  static void waitForAnotherPass(ChildProcess& agent);
+
+  // Waits until the service holds `count` steps; false when it does not within a minute.
+  bool waitForSteps(std::size_t count);
+
+  // The kinds of the stored steps, in the order of arrival.
+  std::vector<std::string> kinds();
+  std::vector<std::string> textsOfUserMessages();
+
+  static constexpr const char* kKey = "key-of-the-test";
+  static constexpr std::chrono::seconds kPatience{60};
+
+  TempRoot root_;
+  std::unique_ptr<LocalService> service_;
+};
+
+std::string userLine(const std::string& uuid, const std::string& text);
+
+}  // namespace pelmar::test
