@@ -63,6 +63,14 @@ class LocalService:
         self.url = first[-1]
         self.opener = urllib.request.build_opener(urllib.request.ProxyHandler({}))
 
+    def all_of(self, path):
+        items, after = [], 0
+        while after is not None:
+            page = self.query(f"{path}?limit=1000&after={after}")
+            items += page["items"]
+            after = page["next"]
+        return items
+
     def query(self, path):
         request = urllib.request.Request(self.url + path, headers={"X-Pel-Key": self.key})
         with self.opener.open(request, timeout=30) as answer:
@@ -241,7 +249,7 @@ def table(rows):
 
 def show(report, elapsed):
     summary = report.summary
-    runs = report.service.query("/api/local/runs?limit=1000000")["runs"]
+    runs = report.service.all_of("/api/local/runs")
     daily = sum(run["kind"] == "daily" for run in runs)
     print("\nThe service received")
     print(f"\n  {len(runs):>10,}  runs: {daily:,} daily, {len(runs) - daily:,} of one session")

@@ -64,4 +64,12 @@ std::string contentOf(const std::string& path) {
   return content.str();
 }
 
+void makeExecutable(const std::string& path) {
+  std::filesystem::permissions(path, std::filesystem::perms::owner_all);
+}
+
+int permissionsOf(const std::string& path) {
+  return static_cast<int>(std::filesystem::status(path).permissions());
+}
+
 }  // namespace pelmar::test

@@ -40,4 +40,9 @@ void writeFile(const std::string& path, const std::string& content);
 void appendToFile(const std::string& path, const std::string& content);
 std::string contentOf(const std::string& path);
 
+void makeExecutable(const std::string& path);
+
+// The permission bits of what stands at `path`, such as 0600.
+int permissionsOf(const std::string& path);
+
 }  // namespace pelmar::test

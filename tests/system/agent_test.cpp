@@ -15,7 +15,8 @@ AgentTest::AgentTest() {
 }
 
 void AgentTest::configure(const std::string& agentSlug, const std::string& key) {
-  std::string config = "[claude-cowork]\napi_url = " + service_->url() + "\napi_key = " + key + "\n";
+  std::string config =
+      "[claude-cowork]\napi_url = " + service_->url() + "\napi_key = " + key + "\n";
   if (!agentSlug.empty()) config += "agent_slug = " + agentSlug + "\n";
   writeFile(root_.home() + "/.pelmar/config", config);
 }
@@ -23,8 +24,8 @@ void AgentTest::configure(const std::string& agentSlug, const std::string& key) 
 std::unique_ptr<ChildProcess> AgentTest::startAgent(std::vector<std::string> switches) {
   std::vector<std::string> command = {PELMAR_AGENT, "--poll", "0.01", "--verbose"};
   command.insert(command.end(), switches.begin(), switches.end());
-  return std::make_unique<ChildProcess>(
-      command, std::vector<std::string>{"PELMAR_ROOT=" + root_.path()});
+  return std::make_unique<ChildProcess>(command,
+                                        std::vector<std::string>{"PELMAR_ROOT=" + root_.path()});
 }
 
 void AgentTest::waitForAnotherPass(ChildProcess& agent) {

@@ -98,7 +98,8 @@ TEST_F(AgentTest, AnOutageOfTheServiceLosesNothingAndDoublesNothing) {
   service_->script("*", dropAfterRequest());
   root_.addTranscript("s1", userLine("1", "one") + userLine("2", "two"));
   const auto agent = startAgent({"--from-start"});
-  ASSERT_TRUE(agent->waitForLine("transport failure after 3 attempts: /api/v1/observe/runs/daily/"));
+  ASSERT_TRUE(
+      agent->waitForLine("transport failure after 3 attempts: /api/v1/observe/runs/daily/"));
   service_->clearScripts();
   ASSERT_TRUE(waitForSteps(2));
   waitForAnotherPass(*agent);
@@ -190,7 +191,8 @@ TEST_F(AgentTest, WhatTheAgentWritesIsForItsOwnerOnly) {
 
 TEST_F(AgentTest, NeitherKeyNorTranscriptTextIsInAnyLog) {
   configure("garden", "wrong-key-of-the-test");
-  root_.addTranscript("s1", userLine("1", "text of the transcript") + "{\"broken transcript text\n");
+  root_.addTranscript("s1",
+                      userLine("1", "text of the transcript") + "{\"broken transcript text\n");
   const auto agent = startAgent({"--from-start"});
   ASSERT_TRUE(agent->waitForLine("4xx 401 on /api/v1/observe/runs/start/ — non-retryable"));
   ASSERT_TRUE(agent->waitForLine("could not establish run for "));

@@ -91,11 +91,10 @@ TEST_F(AgentTest, TheDeviceEnrollmentComesBeforeTheConfigFile) {
                             .tenant = "tenant",
                             .process = "Cowork",
                             .answer = {{"upload_api_key", kKey}, {"agent_slug", "from-device"}}});
-  writeFile(root_.setup() + "/device-identity.json",
-            json{{"device_token", "token-of-device"},
-                 {"tenant_slug", "tenant"},
-                 {"api_url", service_->url()}}
-                .dump());
+  writeFile(root_.setup() + "/device-identity.json", json{{"device_token", "token-of-device"},
+                                                          {"tenant_slug", "tenant"},
+                                                          {"api_url", service_->url()}}
+                                                         .dump());
   const auto agent = startAgent();
   EXPECT_TRUE(agent->waitForLine("profile=device agent=from-device"));
 }

@@ -1,0 +1,75 @@
+#pragma once
+
+// Database and Statement are the thin edge to SQLite: one file, one connection.
+// They know nothing of what is stored. A failure is a false or an empty result;
+// the reason is in Database::lastError. Not locked: one user at a time.
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <initializer_list>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include "platform/json.h"
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace pelmar {
+
+using SqlValue = std::variant<std::nullptr_t, std::int64_t, double, std::string_view>;
+
+// Columns declared with this type hold JSON text and are read back as the value itself.
+inline constexpr std::string_view kJsonColumnType = "JSON TEXT";
+
+// A prepared statement. Must not outlive its Database.
+class Statement {
+ public:
+  Statement(sqlite3* connection, std::string_view sql);
+
+  bool isPrepared() const { return statement_ != nullptr; }
+
+  // Runs to the end; `values` fill the places marked "?" in their order.
+  bool run(std::initializer_list<SqlValue> values = {});
+
+  // The result, each row an object from column name to value.
+  std::vector<json> rows(std::initializer_list<SqlValue> values = {});
+
+ private:
+  struct Finalizer {
+    void operator()(sqlite3_stmt* statement) const;
+  };
+
+  bool bind(std::initializer_list<SqlValue> values);
+  json currentRow();
+
+  std::unique_ptr<sqlite3_stmt, Finalizer> statement_;
+};
+
+class Database {
+ public:
+  // Opens `file`, creating it when missing; nobody but its owner may read it afterwards.
+  explicit Database(const std::filesystem::path& file);
+
+  bool isOpen() const { return connection_ != nullptr; }
+  std::string lastError() const;
+
+  // Runs several statements without parameters.
+  bool execute(const char* sql);
+
+  Statement prepare(std::string_view sql) { return {connection_.get(), sql}; }
+
+ private:
+  struct Closer {
+    void operator()(sqlite3* connection) const;
+  };
+
+  std::unique_ptr<sqlite3, Closer> connection_;
+  std::string openError_;
+};
+
+}  // namespace pelmar

@@ -1,0 +1,193 @@
+#include "service/store.h"
+
+#include <array>
+#include <cstdio>
+#include <random>
+#include <utility>
+#include <vector>
+
+#include "service/schema.h"
+
+namespace pelmar {
+namespace {
+
+std::string randomUuid() {
+  thread_local std::random_device source;
+  const std::uint32_t a = source();
+  const std::uint32_t b = (source() & 0xffff0fffU) | 0x00004000U;  // version 4
+  const std::uint32_t c = (source() & 0x3fffffffU) | 0x80000000U;  // variant 1
+  const std::uint32_t d = source();
+  std::array<char, 37> text{};
+  std::snprintf(text.data(), text.size(), "%08x-%04x-%04x-%04x-%04x%08x", a, b >> 16, b & 0xffffU,
+                c >> 16, c & 0xffffU, d);
+  return text.data();
+}
+
+std::optional<json> firstOf(std::vector<json> rows) {
+  if (rows.empty()) return std::nullopt;
+  return std::move(rows.front());
+}
+
+std::string_view textOf(const json& object, const char* key) {
+  const std::string* text = stringAt(object, key);
+  return text == nullptr ? std::string_view("") : std::string_view(*text);
+}
+
+std::int64_t integerOf(const json& object, const char* key) {
+  return exactInteger(object.at(key)).value_or(0);
+}
+
+}  // namespace
+
+std::string utcDate(WallTime time) {
+  const std::chrono::year_month_day day(std::chrono::floor<std::chrono::days>(time));
+  std::array<char, 32> text{};
+  std::snprintf(text.data(), text.size(), "%04d-%02u-%02u", static_cast<int>(day.year()),
+                static_cast<unsigned>(day.month()), static_cast<unsigned>(day.day()));
+  return text.data();
+}
+
+std::string utcTimestamp(WallTime time) {
+  const auto midnight = std::chrono::floor<std::chrono::days>(time);
+  const auto sinceMidnight =
+      std::chrono::duration_cast<std::chrono::milliseconds>(time - midnight).count();
+  const auto seconds = sinceMidnight / 1000;
+  std::array<char, 96> text{};
+  std::snprintf(text.data(), text.size(), "%sT%02d:%02d:%02d.%03dZ", utcDate(time).c_str(),
+                static_cast<int>(seconds / 3600), static_cast<int>(seconds / 60 % 60),
+                static_cast<int>(seconds % 60), static_cast<int>(sinceMidnight % 1000));
+  return text.data();
+}
+
+std::unique_ptr<Store> Store::open(const std::filesystem::path& file, std::string& error) {
+  Database database(file);
+  if (!database.isOpen() || !database.execute(kSchema)) {
+    error = database.lastError();
+    return nullptr;
+  }
+  std::unique_ptr<Store> store(new Store(std::move(database)));
+  if (store->isPrepared()) return store;
+  error = "the file holds tables of another shape";
+  return nullptr;
+}
+
+Store::Store(Database database)
+    : database_(std::move(database)),
+      begin_(database_.prepare("BEGIN IMMEDIATE")),
+      commit_(database_.prepare("COMMIT")),
+      rollback_(database_.prepare("ROLLBACK")),
+      findRun_(database_.prepare("SELECT * FROM runs WHERE run_id = ?")),
+      findDailyRun_(database_.prepare(
+          "SELECT * FROM runs WHERE kind = 'daily' AND agent_slug = ? AND date = ?")),
+      addRun_(database_.prepare(
+          "INSERT INTO runs (run_id, workflow_id, kind, agent_slug, agent_name, workflow_name, "
+          "session_id, date, started_at, inputs, metadata) VALUES (?,?,?,?,?,?,?,?,?,?,?)")),
+      addStep_(database_.prepare(
+          "INSERT INTO steps (run_id, position, step_name, kind, session_id, timestamp, "
+          "hardware_uuid, output, received_at) VALUES (?,?,?,?,?,?,?,?,?)")),
+      addLlmCall_(database_.prepare(
+          "INSERT INTO llm_calls (run_id, model, tokens_in, tokens_out, cost, task, "
+          "prompt_preview, response_preview, hardware_uuid, received_at) "
+          "VALUES (?,?,?,?,?,?,?,?,?,?)")),
+      addCompletion_(database_.prepare(
+          "INSERT INTO completions (run_id, status, result, error, steps, received_at) "
+          "VALUES (?,?,?,?,?,?)")),
+      addHeartbeat_(
+          database_.prepare("INSERT INTO heartbeats (agent_slug, source, machine_id, received_at) "
+                            "VALUES (?,?,?,?)")),
+      addRequest_(database_.prepare(
+          "INSERT INTO requests (received_at, method, path, status, body_bytes, answer_bytes, "
+          "duration_us, headers, body) VALUES (?,?,?,?,?,?,?,?,?)")) {}
+
+bool Store::isPrepared() const {
+  for (const Statement* statement :
+       {&begin_, &commit_, &rollback_, &findRun_, &findDailyRun_, &addRun_, &addStep_, &addLlmCall_,
+        &addCompletion_, &addHeartbeat_, &addRequest_}) {
+    if (!statement->isPrepared()) return false;
+  }
+  return true;
+}
+
+std::optional<json> Store::findRun(std::string_view runId) {
+  return firstOf(findRun_.rows({runId}));
+}
+
+std::optional<json> Store::findDailyRun(std::string_view agentSlug, std::string_view date) {
+  return firstOf(findDailyRun_.rows({agentSlug, date}));
+}
+
+bool Store::addRun(json& run, const json& body) {
+  run["run_id"] = randomUuid();
+  run["workflow_id"] = randomUuid();
+  return addRun_.run({textOf(run, "run_id"), textOf(run, "workflow_id"), textOf(run, "kind"),
+                      textOf(body, "agent_slug"), textOf(run, "agent_name"),
+                      textOf(body, "workflow_name"), textOf(body, "session_id"),
+                      textOf(run, "date"), textOf(run, "started_at"),
+                      compactJson(body.value("inputs", json::object())),
+                      compactJson(body.value("metadata", json::object()))});
+}
+
+bool Store::addDailyRun(const json& body, WallTime now, json& run) {
+  run = {{"kind", "daily"},
+         {"agent_name", body.at("agent_type")},
+         {"date", utcDate(now)},
+         {"started_at", utcTimestamp(now)}};
+  return addRun(run, body);
+}
+
+bool Store::addSessionRun(const json& body, WallTime now, json& run) {
+  run = {{"kind", "session"},
+         {"agent_name", body.at("agent_name")},
+         {"date", utcDate(now)},
+         {"started_at", utcTimestamp(now)}};
+  return addRun(run, body);
+}
+
+bool Store::addSteps(std::string_view runId, const json& body, WallTime now) {
+  const std::string receivedAt = utcTimestamp(now);
+  for (const json& step : body.at("steps")) {
+    const json& output = step.at("output");
+    if (!addStep_.run({runId, integerOf(step, "position"), textOf(step, "step_name"),
+                       textOf(output, "kind"), textOf(output, "session_id"),
+                       textOf(output, "timestamp"), textOf(body, "hardware_uuid"),
+                       compactJson(output), receivedAt})) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool Store::addLlmCalls(std::string_view runId, const json& body, WallTime now) {
+  const std::string receivedAt = utcTimestamp(now);
+  for (const json& call : body.at("calls")) {
+    if (!addLlmCall_.run({runId, textOf(call, "model"), integerOf(call, "tokens_in"),
+                          integerOf(call, "tokens_out"), call.at("cost").get<double>(),
+                          textOf(call, "task"), textOf(call, "prompt_preview"),
+                          textOf(call, "response_preview"), textOf(body, "hardware_uuid"),
+                          receivedAt})) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool Store::addCompletion(std::string_view runId, const json& body, WallTime now) {
+  return addCompletion_.run({runId, textOf(body, "status"), compactJson(body.at("result")),
+                             textOf(body, "error"), compactJson(body.at("steps")),
+                             utcTimestamp(now)});
+}
+
+bool Store::addHeartbeat(std::string_view agentSlug, const json& body, WallTime now) {
+  return addHeartbeat_.run(
+      {agentSlug, textOf(body, "source"), textOf(body, "machine_id"), utcTimestamp(now)});
+}
+
+bool Store::addRequest(const RequestRecord& request) {
+  return addRequest_.run({utcTimestamp(request.receivedAt), request.method, request.target,
+                          std::int64_t{request.status},
+                          static_cast<std::int64_t>(request.body.size()), request.answerBytes,
+                          std::int64_t{request.duration.count()}, compactJson(request.headers),
+                          request.body});
+}
+
+}  // namespace pelmar

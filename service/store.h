@@ -1,0 +1,83 @@
+#pragma once
+
+// Store keeps what agents reported, exactly as often as it came: it never drops a double,
+// because seeing one is the point. Every request is one transaction.
+// Not locked: one user at a time.
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/json.h"
+#include "service/database.h"
+
+namespace pelmar {
+
+using WallTime = std::chrono::system_clock::time_point;
+
+// "2026-01-31T23:59:59.123Z" and "2026-01-31", both UTC.
+std::string utcTimestamp(WallTime time);
+std::string utcDate(WallTime time);
+
+// A request as the table of requests keeps it.
+struct RequestRecord {
+  WallTime receivedAt = {};
+  std::string method = {};
+  std::string target = {};
+  json headers = json::array();  // pairs of name and value, secrets masked
+  std::string body = {};
+  int status = 0;  // 0: nothing was answered
+  std::int64_t answerBytes = 0;
+  std::chrono::microseconds duration{0};
+};
+
+class Store {
+ public:
+  // Null when the file cannot be opened or is no database of this service; `error` says why.
+  static std::unique_ptr<Store> open(const std::filesystem::path& file, std::string& error);
+
+  bool begin() { return begin_.run(); }
+  bool commit() { return commit_.run(); }
+  void rollback() { rollback_.run(); }
+
+  // The stored run, an object of its columns, or none.
+  std::optional<json> findRun(std::string_view runId);
+  std::optional<json> findDailyRun(std::string_view agentSlug, std::string_view date);
+
+  // Each returns whether it was stored. The bodies have passed their checks. The new run's
+  // columns are put into `run`.
+  bool addDailyRun(const json& body, WallTime now, json& run);
+  bool addSessionRun(const json& body, WallTime now, json& run);
+  bool addSteps(std::string_view runId, const json& body, WallTime now);
+  bool addLlmCalls(std::string_view runId, const json& body, WallTime now);
+  bool addCompletion(std::string_view runId, const json& body, WallTime now);
+  bool addHeartbeat(std::string_view agentSlug, const json& body, WallTime now);
+  bool addRequest(const RequestRecord& request);
+
+  Database& database() { return database_; }
+
+ private:
+  explicit Store(Database database);
+
+  bool isPrepared() const;
+  bool addRun(json& run, const json& body);
+
+  Database database_;
+  Statement begin_;
+  Statement commit_;
+  Statement rollback_;
+  Statement findRun_;
+  Statement findDailyRun_;
+  Statement addRun_;
+  Statement addStep_;
+  Statement addLlmCall_;
+  Statement addCompletion_;
+  Statement addHeartbeat_;
+  Statement addRequest_;
+};
+
+}  // namespace pelmar

@@ -1,0 +1,88 @@
+#pragma once
+
+// What the tests of the local service share: a folder of their own, the bodies an agent
+// sends, and a client that shows every byte of an answer, however broken.
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "service/local_service.h"
+
+namespace pelmar {
+
+using namespace std::chrono_literals;
+
+inline constexpr const char* kKey = "sesame-key";
+inline constexpr auto kPatience = 10s;
+
+class TemporaryFolder {
+ public:
+  TemporaryFolder();
+  ~TemporaryFolder();
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+  std::filesystem::path operator/(const char* name) const { return path_ / name; }
+
+ private:
+  std::filesystem::path path_;
+};
+
+// A connection to 127.0.0.1.
+class Client {
+ public:
+  explicit Client(const std::string& url);
+  ~Client();
+  Client(const Client&) = delete;
+  Client& operator=(const Client&) = delete;
+
+  void send(const std::string& bytes);
+
+  // All that comes until the other side closes.
+  std::string readToEnd();
+
+ private:
+  int socket_;
+};
+
+struct Answer {
+  int status = 0;  // 0: no HTTP answer
+  std::string head = {};
+  std::string body = {};
+
+  json value() const { return parseJson(body).value_or(nullptr); }
+};
+
+std::string requestText(const std::string& method, const std::string& target,
+                        const std::string& body, const std::string& headers);
+
+json stepNumbered(int position);
+json stepsBody(int count);
+
+// A service on a database of its own, with a clock that stands still.
+class ServiceTest : public testing::Test {
+ protected:
+  ServiceTest();
+
+  // One exchange on a connection of its own.
+  Answer exchange(const std::string& text);
+  Answer post(const std::string& path, const json& body);
+  Answer get(const std::string& target);
+
+  // The id of a new daily run.
+  std::string newRun();
+  std::string stepsPath(const std::string& runId);
+
+  static std::string keyHeader();
+
+  TemporaryFolder folder_;
+  WallTime now_ = std::chrono::sys_days{std::chrono::January / 31 / 2026} + 23h + 59min;
+  std::unique_ptr<LocalService> service_;
+};
+
+}  // namespace pelmar
