@@ -16,11 +16,11 @@ import urllib.request
 from expected_events import expected
 
 REPOSITORY = pathlib.Path(__file__).resolve().parent.parent
-BUILD = REPOSITORY / "build" / "release"
 SAMPLES = REPOSITORY / "samples"
 # As the agent passes them over; what is not watched is not expected either.
 SKIPPED_FOLDERS = {"cowork_plugins", "node_modules", "shim-lib", "shim-perm", "outputs", "uploads",
                    "skills-plugin", "debug"}
+LIVE_SESSION = "c05e9a72-77b3-4d0c-8a94-2e6f1b3c9d58.jsonl"
 PATIENCE = 60  # seconds without a new step before it counts as stuck
 
 
@@ -40,6 +40,8 @@ def arguments():
                         "copied, and never written to")
     parser.add_argument("--once", action="store_true",
                         help="stop as soon as everything has arrived; fails when it does not")
+    parser.add_argument("--build", type=pathlib.Path, default=REPOSITORY / "build" / "release",
+                        help=argparse.SUPPRESS)  # the tests' way to their own programs
     parser.add_argument("--keep", action="store_true", help="keep the throwaway folder")
     chosen = parser.parse_args()
     if chosen.folder is not None and not chosen.folder.is_dir():
@@ -48,14 +50,14 @@ def arguments():
 
 
 class LocalService:
-    def __init__(self, folder):
+    def __init__(self, folder, build):
         self.key = secrets.token_hex(16)
         self.database = folder / "service.db"
         key_file = folder / "service.key"
         key_file.touch(mode=0o600)
         key_file.write_text(self.key)
         self.process = subprocess.Popen(
-            [BUILD / "pelmar-local-service", "--database", self.database, "--key-file", key_file],
+            [build / "pelmar-local-service", "--database", self.database, "--key-file", key_file],
             stdout=subprocess.PIPE, text=True, start_new_session=True)
         first = self.process.stdout.readline().split()
         if len(first) < 3:
@@ -80,8 +82,9 @@ class LocalService:
 class Agent:
     """The agent in a home of its own below `root`."""
 
-    def __init__(self, root, service, slug):
+    def __init__(self, root, build, service, slug):
         self.root = root
+        self.program = build / "PelmarCoworkWatcher-rooted"
         self.home = root / "home"
         self.projects = self.home / ".claude" / "projects"
         self.records = (self.home / "Library" / "Application Support" / "Claude" /
@@ -99,7 +102,7 @@ class Agent:
 
     def start(self):
         self.process = subprocess.Popen(
-            [BUILD / "PelmarCoworkWatcher-rooted", "--from-start", "--poll", "0.2"],
+            [self.program, "--from-start", "--poll", "0.2"],
             env={"PELMAR_ROOT": str(self.root)}, stderr=self.log.open("wb"),
             start_new_session=True)
 
@@ -190,7 +193,7 @@ class Report:
 
 def progress_line():
     """Shows progress in place on a terminal, and every few seconds elsewhere."""
-    state = {"shown": 0.0}
+    state = {"shown": time.monotonic()}
 
     def show(done, total):
         now = time.monotonic()
@@ -223,19 +226,23 @@ def copy_transcripts(folder, agent):
 
 
 def append_live(agent, report):
-    """Writes a new session's lines one by one, the last in two pieces, and waits for each."""
+    """Writes a new session's lines one by one and waits for each."""
     print("\nAppending to a transcript while the agent runs:")
-    target = agent.projects / "garden-planner" / "c05e9a72-77b3-4d0c-8a94-2e6f1b3c9d58.jsonl"
+    target = agent.projects / "garden-planner" / LIVE_SESSION
     lines = (SAMPLES / "live.jsonl").read_bytes().splitlines(keepends=True)
+    before = report.steps()
     for number, line in enumerate(lines, 1):
-        pieces = [line[:40], line[40:]] if number == len(lines) else [line]
-        for piece in pieces:
-            with target.open("ab") as transcript:
-                transcript.write(piece)
+        with target.open("ab") as transcript:
+            transcript.write(line)
         begin = time.monotonic()
         wanted = expected_of(report.agents)
         report.wait_for(wanted.steps, wanted.llm_calls, 0, lambda done, total: None)
-        print(f"  line {number} of {len(lines)} arrived after {time.monotonic() - begin:.2f} s")
+        plural = "" if wanted.steps - before == 1 else "s"
+        arrived = f"{wanted.steps - before} step{plural}, after {time.monotonic() - begin:.2f} s"
+        if wanted.steps == before:
+            arrived = "asks for a run and is no step of it"
+        print(f"  line {number} of {len(lines)}: {arrived}", flush=True)
+        before = wanted.steps
 
 
 def expected_of(agents):
@@ -289,12 +296,12 @@ To look closer, while this runs:
 
 def prepare(chosen, root, service):
     """The agents to run, with their transcripts in place."""
-    team = Agent(root / "agent", service, "sample-agent")
+    team = Agent(root / "agent", chosen.build, service, "sample-agent")
     if chosen.folder is not None:
         print(f"Copying the transcripts below {chosen.folder} …", flush=True)
         copy_transcripts(chosen.folder.resolve(), team)
         return [team]
-    solo = Agent(root / "agent-without-slug", service, "")
+    solo = Agent(root / "agent-without-slug", chosen.build, service, "")
     for agent, project in ((team, "garden-planner"), (solo, "recipe-box")):
         shutil.copytree(SAMPLES / "projects" / project, agent.projects / project)
         shutil.copytree(SAMPLES / "sessions", agent.records, dirs_exist_ok=True)
@@ -331,7 +338,7 @@ def main():
     root = pathlib.Path(tempfile.mkdtemp(prefix="pelmar-run-"))
     started = []
     try:
-        service = LocalService(root)
+        service = LocalService(root, chosen.build)
         started.append(service.process)
         print(f"The local service listens on {service.url}; nothing is sent anywhere else.")
         report = report_all(chosen, root, service, started)
