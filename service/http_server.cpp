@@ -23,6 +23,7 @@
 namespace pelmar {
 namespace {
 
+constexpr time_t kPatienceSeconds = 86400;
 constexpr std::size_t kMaxBodyBytes = std::size_t{256} << 20;
 
 // A connection that waits for its next request, or for a scripted delay, keeps its thread:
@@ -122,8 +123,8 @@ class HttpServer::Listener final : public httplib::Server {
   explicit Listener(HttpServer::Handler handler) : handler_(std::move(handler)) {
     set_tcp_nodelay(true);
     set_keep_alive_max_count(std::numeric_limits<std::uint32_t>::max());
-    set_keep_alive_timeout(24 * 60 * 60);
-    set_read_timeout(24 * 60 * 60);
+    set_keep_alive_timeout(kPatienceSeconds);
+    set_read_timeout(kPatienceSeconds);
     // The default also sets SO_REUSEPORT, with which two services would share a port.
     set_socket_options([](socket_t socket) {
       const int on = 1;

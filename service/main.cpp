@@ -3,6 +3,7 @@
 #include <charconv>
 #include <csignal>
 #include <cstdio>
+#include <exception>
 #include <fstream>
 #include <iterator>
 #include <optional>
@@ -85,9 +86,7 @@ bool registerDevices(const std::string& path, pelmar::LocalService& service) {
   return true;
 }
 
-}  // namespace
-
-int main(int count, char** values) {
+int serve(int count, char** values) {
   Arguments arguments;
   if (const auto fault = parseArguments(count, values, arguments)) return complain(*fault);
   const auto key = readKey(arguments.keyFile);
@@ -114,4 +113,15 @@ int main(int count, char** values) {
   sigwait(&endings, &signal);
   service->stop();
   return 0;
+}
+
+}  // namespace
+
+int main(int count, char** values) {
+  try {
+    return serve(count, values);
+  } catch (const std::exception& error) {  // out of memory, or of threads
+    std::fprintf(stderr, "pelmar-local-service: %s\n", error.what());
+    return 1;
+  }
 }

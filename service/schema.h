@@ -35,8 +35,7 @@ CREATE TABLE IF NOT EXISTS steps (
   received_at TEXT NOT NULL
 );
 CREATE INDEX IF NOT EXISTS steps_of_run ON steps (run_id);
-CREATE INDEX IF NOT EXISTS steps_of_name ON steps (step_name);
-CREATE INDEX IF NOT EXISTS steps_of_kind ON steps (kind);
+CREATE INDEX IF NOT EXISTS steps_of_name_and_kind ON steps (step_name, kind);
 CREATE INDEX IF NOT EXISTS steps_of_session ON steps (session_id);
 
 CREATE TABLE IF NOT EXISTS llm_calls (
@@ -85,7 +84,6 @@ CREATE TABLE IF NOT EXISTS requests (
   headers JSON TEXT NOT NULL,
   body TEXT NOT NULL
 );
-CREATE INDEX IF NOT EXISTS requests_of_status ON requests (status, body_bytes);
 )sql";
 
 }  // namespace pelmar

@@ -20,6 +20,7 @@ class Program {
   explicit Program(std::vector<std::string> arguments) {
     arguments.insert(arguments.begin(), PELMAR_LOCAL_SERVICE);
     std::vector<char*> pointers;
+    pointers.reserve(arguments.size() + 1);
     for (std::string& argument : arguments) pointers.push_back(argument.data());
     pointers.push_back(nullptr);
     std::array<int, 2> ends{};
