@@ -9,10 +9,10 @@ namespace {
 
 // Counts brackets outside of strings. Only asked about text that holds more brackets than
 // the limit allows levels, so that ordinary lines pay for two counts and no walk.
-bool isNestedTooDeep(std::string_view text) {
+bool isNestedDeeper(std::string_view text, int maxDepth) {
   const auto opening =
       std::count(text.begin(), text.end(), '[') + std::count(text.begin(), text.end(), '{');
-  if (opening <= kMaxJsonDepth) return false;
+  if (opening <= maxDepth) return false;
   int depth = 0;
   bool inString = false;
   for (std::size_t i = 0; i < text.size(); ++i) {
@@ -26,7 +26,7 @@ bool isNestedTooDeep(std::string_view text) {
     } else if (c == '"') {
       inString = true;
     } else if (c == '[' || c == '{') {
-      if (++depth > kMaxJsonDepth) return true;
+      if (++depth > maxDepth) return true;
     } else if (c == ']' || c == '}') {
       --depth;
     }
@@ -48,16 +48,16 @@ constexpr auto kReplaceIllFormed = json::error_handler_t::replace;
 
 }  // namespace
 
-std::optional<json> parseJson(std::string_view text) {
+std::optional<json> parseJson(std::string_view text, int maxDepth) {
   // The library takes a NUL byte for the end of its input.
-  if (text.find('\0') != std::string_view::npos || isNestedTooDeep(text)) return std::nullopt;
+  if (text.find('\0') != std::string_view::npos || isNestedDeeper(text, maxDepth)) return std::nullopt;
   json value = json::parse(text.begin(), text.end(), nullptr, /*allow_exceptions=*/false);
   if (value.is_discarded()) return std::nullopt;
   return value;
 }
 
-std::optional<json> parseJsonObject(std::string_view text) {
-  auto value = parseJson(text);
+std::optional<json> parseJsonObject(std::string_view text, int maxDepth) {
+  auto value = parseJson(text, maxDepth);
   if (!value || !value->is_object()) return std::nullopt;
   return value;
 }

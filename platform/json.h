@@ -18,12 +18,12 @@ using nlohmann::json;
 inline constexpr int kMaxJsonDepth = 512;
 
 // The value that `text` holds (RFC 8259; of duplicate keys the last one wins), or
-// none when it is not JSON, not UTF-8, nested deeper than kMaxJsonDepth, or holds a
+// none when it is not JSON, not UTF-8, nested deeper than `maxDepth`, or holds a
 // number beyond the range of a double. Integers beyond 64 bits become doubles.
-std::optional<json> parseJson(std::string_view text);
+std::optional<json> parseJson(std::string_view text, int maxDepth = kMaxJsonDepth);
 
 // As parseJson, and none when the top level is not an object.
-std::optional<json> parseJsonObject(std::string_view text);
+std::optional<json> parseJsonObject(std::string_view text, int maxDepth = kMaxJsonDepth);
 
 // The string at `key` of `object`, or null when the key is absent or holds another type.
 // Points into `object`.

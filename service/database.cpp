@@ -9,7 +9,7 @@
 #include <cstring>
 #include <utility>
 
-namespace pelmar {
+namespace pelmar::service {
 namespace {
 
 // SQLite gives its side files (-wal, -shm) the permissions of the database, so setting
@@ -59,7 +59,7 @@ json columnValue(sqlite3_stmt* statement, int column) {
   std::string text = columnText(statement, column);
   const char* declared = sqlite3_column_decltype(statement, column);
   if (declared != nullptr && declared == kJsonColumnType) {
-    if (auto value = parseJson(text)) return *std::move(value);
+    if (auto value = parseJson(text, kMaxBodyDepth)) return *std::move(value);
   }
   return text;
 }
@@ -138,4 +138,4 @@ bool Database::execute(const char* sql) {
 
 void Database::Closer::operator()(sqlite3* connection) const { sqlite3_close_v2(connection); }
 
-}  // namespace pelmar
+}  // namespace pelmar::service

@@ -19,12 +19,16 @@
 struct sqlite3;
 struct sqlite3_stmt;
 
-namespace pelmar {
+namespace pelmar::service {
 
 using SqlValue = std::variant<std::nullptr_t, std::int64_t, double, std::string_view>;
 
 // Columns declared with this type hold JSON text and are read back as the value itself.
 inline constexpr std::string_view kJsonColumnType = "JSON TEXT";
+
+// How deep a request's body may nest: an agent takes lines of kMaxJsonDepth levels and sends them
+// inside the objects of a request.
+inline constexpr int kMaxBodyDepth = kMaxJsonDepth + 16;
 
 // A prepared statement. Must not outlive its Database.
 class Statement {
@@ -72,4 +76,4 @@ class Database {
   std::string openError_;
 };
 
-}  // namespace pelmar
+}  // namespace pelmar::service

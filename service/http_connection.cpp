@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 
-namespace pelmar {
+namespace pelmar::service {
 
 HttpConnection::HttpConnection(int socket) : socket_(socket) {}
 
@@ -81,4 +81,4 @@ bool HttpConnection::finish(Ending ending, const std::string& rawBytes) {
 void HttpConnection::get_remote_ip_and_port(std::string& /*ip*/, int& /*port*/) const {}
 void HttpConnection::get_local_ip_and_port(std::string& /*ip*/, int& /*port*/) const {}
 
-}  // namespace pelmar
+}  // namespace pelmar::service

@@ -12,7 +12,7 @@
 
 #include "service/http_server.h"
 
-namespace pelmar {
+namespace pelmar::service {
 
 class HttpConnection final : public httplib::Stream {
  public:
@@ -48,4 +48,4 @@ class HttpConnection final : public httplib::Stream {
   std::string unsent_;
 };
 
-}  // namespace pelmar
+}  // namespace pelmar::service

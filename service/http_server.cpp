@@ -20,7 +20,7 @@
 
 #include "service/http_connection.h"
 
-namespace pelmar {
+namespace pelmar::service {
 namespace {
 
 constexpr time_t kPatienceSeconds = 86400;
@@ -258,4 +258,4 @@ std::uint16_t HttpServer::port() const { return listener_->port(); }
 
 void HttpServer::stop() { listener_->stopAll(); }
 
-}  // namespace pelmar
+}  // namespace pelmar::service

@@ -15,7 +15,7 @@
 #include <utility>
 #include <vector>
 
-namespace pelmar {
+namespace pelmar::service {
 
 using HttpHeaders = std::vector<std::pair<std::string, std::string>>;
 
@@ -81,4 +81,4 @@ class HttpServer {
   std::unique_ptr<Listener> listener_;
 };
 
-}  // namespace pelmar
+}  // namespace pelmar::service

@@ -9,7 +9,7 @@
 #include "service/replies.h"
 #include "service/store.h"
 
-namespace pelmar {
+namespace pelmar::service {
 namespace {
 
 using SteadyClock = std::chrono::steady_clock;
@@ -90,7 +90,7 @@ class LocalService::Desk {
   HttpReply answerAndStore(const HttpRequest& request, const std::optional<Script>& script,
                            std::optional<int> refusal) {
     const auto begun = SteadyClock::now();
-    const WallTime now = options_.now();
+    const TimePoint now = options_.now();
     store_->begin();
     HttpReply reply = answer(request, script, refusal, now);
     const bool mayStand = reply.status != 500 || (script && !script->isProcessed);
@@ -118,7 +118,7 @@ class LocalService::Desk {
   }
 
   HttpReply answer(const HttpRequest& request, const std::optional<Script>& script,
-                   std::optional<int> refusal, WallTime now) {
+                   std::optional<int> refusal, TimePoint now) {
     if (script && !script->isProcessed) return script->reply;
     HttpReply reply = answerOrdinarily(request, refusal, now);
     if (script) {
@@ -128,7 +128,8 @@ class LocalService::Desk {
     return reply;
   }
 
-  HttpReply answerOrdinarily(const HttpRequest& request, std::optional<int> refusal, WallTime now) {
+  HttpReply answerOrdinarily(const HttpRequest& request, std::optional<int> refusal,
+                             TimePoint now) {
     if (!ObserveApi::isForDevices(request.path) && !hasKey(request)) return wrongKey();
     if (refusal) return errorReply(*refusal, "the body did not come as announced");
     return api_.answer(request, now);
@@ -229,4 +230,4 @@ std::vector<json> LocalService::storedRequests() {
   return desk_->locked([](Desk& desk) { return desk.queries().requests({}); });
 }
 
-}  // namespace pelmar
+}  // namespace pelmar::service

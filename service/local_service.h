@@ -19,13 +19,13 @@
 #include "service/observe_api.h"
 #include "service/scripts.h"
 
-namespace pelmar {
+namespace pelmar::service {
 
 struct LocalServiceOptions {
   std::filesystem::path database;
   std::string key;         // what X-Pel-Key must hold
   std::uint16_t port = 0;  // 0: the system chooses
-  std::function<WallTime()> now = std::chrono::system_clock::now;
+  std::function<TimePoint()> now = std::chrono::system_clock::now;
   // Keeps every request in memory, unmasked. For tests: it grows without limit.
   bool remembersRequests = false;
 };
@@ -82,4 +82,4 @@ class LocalService {
   std::unique_ptr<HttpServer> server_;  // below the desk: it must stop first
 };
 
-}  // namespace pelmar
+}  // namespace pelmar::service

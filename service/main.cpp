@@ -19,7 +19,7 @@ constexpr const char* kUsage =
     "                            [--agent-config FILE]\n";
 
 struct Arguments {
-  pelmar::LocalServiceOptions options = {};
+  pelmar::service::LocalServiceOptions options = {};
   std::string keyFile = {};
   std::string agentConfigFile = {};
 };
@@ -73,7 +73,7 @@ std::optional<std::string> readKey(const std::string& path) {
 }
 
 // An array of {"device_token", "tenant_slug", "process", "answer"}.
-bool registerDevices(const std::string& path, pelmar::LocalService& service) {
+bool registerDevices(const std::string& path, pelmar::service::LocalService& service) {
   const auto text = readFile(path);
   const auto devices = text ? pelmar::parseJson(*text) : std::nullopt;
   if (!devices || !devices->is_array()) return false;
@@ -101,7 +101,7 @@ int serve(int count, char** values) {
   pthread_sigmask(SIG_BLOCK, &endings, nullptr);
 
   std::string error;
-  const auto service = pelmar::LocalService::start(arguments.options, error);
+  const auto service = pelmar::service::LocalService::start(arguments.options, error);
   if (service == nullptr) return complain(error);
   if (!arguments.agentConfigFile.empty() && !registerDevices(arguments.agentConfigFile, *service)) {
     return complain("cannot read devices from " + arguments.agentConfigFile);

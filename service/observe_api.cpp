@@ -5,7 +5,7 @@
 #include "service/replies.h"
 #include "service/request_checks.h"
 
-namespace pelmar {
+namespace pelmar::service {
 namespace {
 
 constexpr std::string_view kAgentConfigPath = "/api/pelmar/v1/endpoint/agent-config/";
@@ -37,12 +37,12 @@ std::optional<Address> addressBehind(std::string_view prefix, std::string_view p
 
 bool ObserveApi::isForDevices(std::string_view path) { return path == kAgentConfigPath; }
 
-HttpReply ObserveApi::answer(const HttpRequest& request, WallTime now) {
+HttpReply ObserveApi::answer(const HttpRequest& request, TimePoint now) {
   if (isForDevices(request.path)) {
     return request.method == "GET" ? answerDevice(request) : noSuchEndpoint();
   }
   if (request.method != "POST") return noSuchEndpoint();
-  const auto body = parseJsonObject(request.body);
+  const auto body = parseJsonObject(request.body, kMaxBodyDepth);
   if (!body) return keyErrorReply(400, "the body must be a JSON object", "");
   return answerPost(request.path, *body, now);
 }
@@ -62,7 +62,7 @@ HttpReply ObserveApi::answerDevice(const HttpRequest& request) const {
   return errorReply(404, "the device has no agent for this tenant and process");
 }
 
-HttpReply ObserveApi::answerPost(const std::string& path, const json& body, WallTime now) {
+HttpReply ObserveApi::answerPost(const std::string& path, const json& body, TimePoint now) {
   if (path == "/api/v1/observe/runs/start/") return startRun(body, now);
   if (path == "/api/v1/observe/runs/daily/") return findOrStartDailyRun(body, now);
   if (const auto run = addressBehind(kRunsPath, path)) {
@@ -73,7 +73,7 @@ HttpReply ObserveApi::answerPost(const std::string& path, const json& body, Wall
   return noSuchEndpoint();
 }
 
-HttpReply ObserveApi::startRun(const json& body, WallTime now) {
+HttpReply ObserveApi::startRun(const json& body, TimePoint now) {
   if (const auto fault = checkRunStart(body)) return refused(*fault);
   json run;
   if (!store_.addSessionRun(body, now, run)) return storeFailed();
@@ -82,10 +82,10 @@ HttpReply ObserveApi::startRun(const json& body, WallTime now) {
                     {"started_at", run.at("started_at")}});
 }
 
-HttpReply ObserveApi::findOrStartDailyRun(const json& body, WallTime now) {
+HttpReply ObserveApi::findOrStartDailyRun(const json& body, TimePoint now) {
   if (const auto fault = checkDailyRun(body)) return refused(*fault);
   json run;
-  const auto existing = store_.findDailyRun(textAt(body, "agent_slug"), utcDate(now));
+  const auto existing = store_.findDailyRun(textAt(body, "agent_slug"), utcDay(now));
   if (existing) {
     run = *existing;
   } else if (!store_.addDailyRun(body, now, run)) {
@@ -99,12 +99,12 @@ HttpReply ObserveApi::findOrStartDailyRun(const json& body, WallTime now) {
 }
 
 HttpReply ObserveApi::record(const std::string& runId, std::string_view what, const json& body,
-                             WallTime now) {
+                             TimePoint now) {
   struct Operation {
     std::string_view name;
     const char* list;
     std::optional<BodyFault> (*check)(const json& body);
-    bool (Store::*add)(std::string_view runId, const json& body, WallTime now);
+    bool (Store::*add)(std::string_view runId, const json& body, TimePoint now);
   };
   constexpr Operation kOperations[] = {
       {"steps", "steps", checkSteps, &Store::addSteps},
@@ -126,10 +126,10 @@ HttpReply ObserveApi::record(const std::string& runId, std::string_view what, co
   return noSuchEndpoint();
 }
 
-HttpReply ObserveApi::heartbeat(const std::string& agentSlug, const json& body, WallTime now) {
+HttpReply ObserveApi::heartbeat(const std::string& agentSlug, const json& body, TimePoint now) {
   if (const auto fault = checkHeartbeat(body)) return refused(*fault);
   if (!store_.addHeartbeat(agentSlug, body, now)) return storeFailed();
-  return jsonReply({{"agent_slug", agentSlug}, {"received_at", utcTimestamp(now)}});
+  return jsonReply({{"agent_slug", agentSlug}, {"received_at", iso8601Milliseconds(now)}});
 }
 
-}  // namespace pelmar
+}  // namespace pelmar::service

@@ -12,7 +12,7 @@
 #include "service/http_server.h"
 #include "service/store.h"
 
-namespace pelmar {
+namespace pelmar::service {
 
 // A device that may ask for its agent's configuration, and what it is answered.
 struct Device {
@@ -32,18 +32,19 @@ class ObserveApi {
   static bool isForDevices(std::string_view path);
 
   // A status of 500 says that the store failed and the transaction must not stand.
-  HttpReply answer(const HttpRequest& request, WallTime now);
+  HttpReply answer(const HttpRequest& request, TimePoint now);
 
  private:
   HttpReply answerDevice(const HttpRequest& request) const;
-  HttpReply answerPost(const std::string& path, const json& body, WallTime now);
-  HttpReply startRun(const json& body, WallTime now);
-  HttpReply findOrStartDailyRun(const json& body, WallTime now);
-  HttpReply record(const std::string& runId, std::string_view what, const json& body, WallTime now);
-  HttpReply heartbeat(const std::string& agentSlug, const json& body, WallTime now);
+  HttpReply answerPost(const std::string& path, const json& body, TimePoint now);
+  HttpReply startRun(const json& body, TimePoint now);
+  HttpReply findOrStartDailyRun(const json& body, TimePoint now);
+  HttpReply record(const std::string& runId, std::string_view what, const json& body,
+                   TimePoint now);
+  HttpReply heartbeat(const std::string& agentSlug, const json& body, TimePoint now);
 
   Store& store_;
   std::vector<Device> devices_;
 };
 
-}  // namespace pelmar
+}  // namespace pelmar::service

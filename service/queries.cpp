@@ -2,7 +2,7 @@
 
 #include <string>
 
-namespace pelmar {
+namespace pelmar::service {
 namespace {
 
 // Rows of the columns "name" and "count" as one object.
@@ -89,4 +89,4 @@ std::vector<json> Queries::allLlmCalls() { return allLlmCalls_.rows(); }
 std::vector<json> Queries::completions() { return completions_.rows(); }
 std::vector<json> Queries::heartbeats() { return heartbeats_.rows(); }
 
-}  // namespace pelmar
+}  // namespace pelmar::service

@@ -12,7 +12,7 @@
 #include "platform/json.h"
 #include "service/database.h"
 
-namespace pelmar {
+namespace pelmar::service {
 
 // The rows with an id greater than `after`, at most `limit` of them, in the order of arrival.
 struct Page {
@@ -55,4 +55,4 @@ class Queries {
   Statement requestsByStatus_;
 };
 
-}  // namespace pelmar
+}  // namespace pelmar::service

@@ -7,7 +7,7 @@
 
 #include "service/replies.h"
 
-namespace pelmar {
+namespace pelmar::service {
 namespace {
 
 constexpr std::string_view kQueryPath = "/api/local/";
@@ -70,4 +70,4 @@ HttpReply answerQuery(const HttpRequest& request, Store& store, Queries& queries
   return errorReply(404, "there is no such query");
 }
 
-}  // namespace pelmar
+}  // namespace pelmar::service

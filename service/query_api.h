@@ -9,10 +9,10 @@
 #include "service/queries.h"
 #include "service/store.h"
 
-namespace pelmar {
+namespace pelmar::service {
 
 bool isQueryPath(std::string_view path);
 
 HttpReply answerQuery(const HttpRequest& request, Store& store, Queries& queries);
 
-}  // namespace pelmar
+}  // namespace pelmar::service

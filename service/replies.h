@@ -7,7 +7,7 @@
 #include "platform/json.h"
 #include "service/http_server.h"
 
-namespace pelmar {
+namespace pelmar::service {
 
 inline HttpReply jsonReply(const json& body, int status = 200) {
   return {.status = status, .body = compactJson(body)};
@@ -22,4 +22,4 @@ inline HttpReply keyErrorReply(int status, const std::string& error, const std::
   return jsonReply({{"error", error}, {"key", key}}, status);
 }
 
-}  // namespace pelmar
+}  // namespace pelmar::service

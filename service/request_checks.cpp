@@ -4,7 +4,7 @@
 #include <initializer_list>
 #include <string_view>
 
-namespace pelmar {
+namespace pelmar::service {
 namespace {
 
 enum class Type { Text, FilledText, Integer, Number, Object, Array, Any };
@@ -167,4 +167,4 @@ std::optional<BodyFault> checkHeartbeat(const json& body) {
   return checkExact(body, {{"source", Type::Text}, {"machine_id", Type::Text}}, "");
 }
 
-}  // namespace pelmar
+}  // namespace pelmar::service

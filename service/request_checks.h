@@ -9,7 +9,7 @@
 
 #include "platform/json.h"
 
-namespace pelmar {
+namespace pelmar::service {
 
 struct BodyFault {
   std::string error;
@@ -24,4 +24,4 @@ std::optional<BodyFault> checkLlmCalls(const json& body);
 std::optional<BodyFault> checkCompletion(const json& body);
 std::optional<BodyFault> checkHeartbeat(const json& body);
 
-}  // namespace pelmar
+}  // namespace pelmar::service

@@ -3,7 +3,7 @@
 // The tables of the local service's database, made when they are missing. The columns are
 // documented in docs/local-service.md. "JSON TEXT" marks JSON text, see kJsonColumnType.
 
-namespace pelmar {
+namespace pelmar::service {
 
 inline constexpr const char* kSchema = R"sql(
 CREATE TABLE IF NOT EXISTS runs (
@@ -86,4 +86,4 @@ CREATE TABLE IF NOT EXISTS requests (
 );
 )sql";
 
-}  // namespace pelmar
+}  // namespace pelmar::service

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-namespace pelmar {
+namespace pelmar::service {
 namespace {
 
 Script endingWith(Ending ending) { return {.reply = {.ending = ending}}; }
@@ -57,4 +57,4 @@ std::optional<Script> ScriptBook::take(std::string_view path) {
   return found->script;
 }
 
-}  // namespace pelmar
+}  // namespace pelmar::service

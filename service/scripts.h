@@ -12,7 +12,7 @@
 
 #include "service/http_server.h"
 
-namespace pelmar {
+namespace pelmar::service {
 
 struct Script {
   bool isBodyRead = true;
@@ -59,4 +59,4 @@ class ScriptBook {
   std::vector<Entry> entries_;
 };
 
-}  // namespace pelmar
+}  // namespace pelmar::service

@@ -8,7 +8,7 @@
 
 #include "service/schema.h"
 
-namespace pelmar {
+namespace pelmar::service {
 namespace {
 
 std::string randomUuid() {
@@ -39,25 +39,7 @@ std::int64_t integerOf(const json& object, const char* key) {
 
 }  // namespace
 
-std::string utcDate(WallTime time) {
-  const std::chrono::year_month_day day(std::chrono::floor<std::chrono::days>(time));
-  std::array<char, 32> text{};
-  std::snprintf(text.data(), text.size(), "%04d-%02u-%02u", static_cast<int>(day.year()),
-                static_cast<unsigned>(day.month()), static_cast<unsigned>(day.day()));
-  return text.data();
-}
-
-std::string utcTimestamp(WallTime time) {
-  const auto midnight = std::chrono::floor<std::chrono::days>(time);
-  const auto sinceMidnight =
-      std::chrono::duration_cast<std::chrono::milliseconds>(time - midnight).count();
-  const auto seconds = sinceMidnight / 1000;
-  std::array<char, 96> text{};
-  std::snprintf(text.data(), text.size(), "%sT%02d:%02d:%02d.%03dZ", utcDate(time).c_str(),
-                static_cast<int>(seconds / 3600), static_cast<int>(seconds / 60 % 60),
-                static_cast<int>(seconds % 60), static_cast<int>(sinceMidnight % 1000));
-  return text.data();
-}
+std::string utcDay(TimePoint time) { return iso8601Milliseconds(time).substr(0, 10); }
 
 std::unique_ptr<Store> Store::open(const std::filesystem::path& file, std::string& error) {
   Database database(file);
@@ -127,24 +109,24 @@ bool Store::addRun(json& run, const json& body) {
                       compactJson(body.value("metadata", json::object()))});
 }
 
-bool Store::addDailyRun(const json& body, WallTime now, json& run) {
+bool Store::addDailyRun(const json& body, TimePoint now, json& run) {
   run = {{"kind", "daily"},
          {"agent_name", body.at("agent_type")},
-         {"date", utcDate(now)},
-         {"started_at", utcTimestamp(now)}};
+         {"date", utcDay(now)},
+         {"started_at", iso8601Milliseconds(now)}};
   return addRun(run, body);
 }
 
-bool Store::addSessionRun(const json& body, WallTime now, json& run) {
+bool Store::addSessionRun(const json& body, TimePoint now, json& run) {
   run = {{"kind", "session"},
          {"agent_name", body.at("agent_name")},
-         {"date", utcDate(now)},
-         {"started_at", utcTimestamp(now)}};
+         {"date", utcDay(now)},
+         {"started_at", iso8601Milliseconds(now)}};
   return addRun(run, body);
 }
 
-bool Store::addSteps(std::string_view runId, const json& body, WallTime now) {
-  const std::string receivedAt = utcTimestamp(now);
+bool Store::addSteps(std::string_view runId, const json& body, TimePoint now) {
+  const std::string receivedAt = iso8601Milliseconds(now);
   for (const json& step : body.at("steps")) {
     const json& output = step.at("output");
     if (!addStep_.run({runId, integerOf(step, "position"), textOf(step, "step_name"),
@@ -157,8 +139,8 @@ bool Store::addSteps(std::string_view runId, const json& body, WallTime now) {
   return true;
 }
 
-bool Store::addLlmCalls(std::string_view runId, const json& body, WallTime now) {
-  const std::string receivedAt = utcTimestamp(now);
+bool Store::addLlmCalls(std::string_view runId, const json& body, TimePoint now) {
+  const std::string receivedAt = iso8601Milliseconds(now);
   for (const json& call : body.at("calls")) {
     if (!addLlmCall_.run({runId, textOf(call, "model"), integerOf(call, "tokens_in"),
                           integerOf(call, "tokens_out"), call.at("cost").get<double>(),
@@ -171,23 +153,23 @@ bool Store::addLlmCalls(std::string_view runId, const json& body, WallTime now) 
   return true;
 }
 
-bool Store::addCompletion(std::string_view runId, const json& body, WallTime now) {
+bool Store::addCompletion(std::string_view runId, const json& body, TimePoint now) {
   return addCompletion_.run({runId, textOf(body, "status"), compactJson(body.at("result")),
                              textOf(body, "error"), compactJson(body.at("steps")),
-                             utcTimestamp(now)});
+                             iso8601Milliseconds(now)});
 }
 
-bool Store::addHeartbeat(std::string_view agentSlug, const json& body, WallTime now) {
+bool Store::addHeartbeat(std::string_view agentSlug, const json& body, TimePoint now) {
   return addHeartbeat_.run(
-      {agentSlug, textOf(body, "source"), textOf(body, "machine_id"), utcTimestamp(now)});
+      {agentSlug, textOf(body, "source"), textOf(body, "machine_id"), iso8601Milliseconds(now)});
 }
 
 bool Store::addRequest(const RequestRecord& request) {
-  return addRequest_.run({utcTimestamp(request.receivedAt), request.method, request.target,
+  return addRequest_.run({iso8601Milliseconds(request.receivedAt), request.method, request.target,
                           std::int64_t{request.status},
                           static_cast<std::int64_t>(request.body.size()), request.answerBytes,
                           std::int64_t{request.duration.count()}, compactJson(request.headers),
                           request.body});
 }
 
-}  // namespace pelmar
+}  // namespace pelmar::service

@@ -12,20 +12,18 @@
 #include <string>
 #include <string_view>
 
+#include "platform/dates.h"
 #include "platform/json.h"
 #include "service/database.h"
 
-namespace pelmar {
+namespace pelmar::service {
 
-using WallTime = std::chrono::system_clock::time_point;
-
-// "2026-01-31T23:59:59.123Z" and "2026-01-31", both UTC.
-std::string utcTimestamp(WallTime time);
-std::string utcDate(WallTime time);
+// The UTC day of `time`, such as 2026-01-31, whatever the calendar of the user.
+std::string utcDay(TimePoint time);
 
 // A request as the table of requests keeps it.
 struct RequestRecord {
-  WallTime receivedAt = {};
+  TimePoint receivedAt = {};
   std::string method = {};
   std::string target = {};
   json headers = json::array();  // pairs of name and value, secrets masked
@@ -50,12 +48,12 @@ class Store {
 
   // Each returns whether it was stored. The bodies have passed their checks. The new run's
   // columns are put into `run`.
-  bool addDailyRun(const json& body, WallTime now, json& run);
-  bool addSessionRun(const json& body, WallTime now, json& run);
-  bool addSteps(std::string_view runId, const json& body, WallTime now);
-  bool addLlmCalls(std::string_view runId, const json& body, WallTime now);
-  bool addCompletion(std::string_view runId, const json& body, WallTime now);
-  bool addHeartbeat(std::string_view agentSlug, const json& body, WallTime now);
+  bool addDailyRun(const json& body, TimePoint now, json& run);
+  bool addSessionRun(const json& body, TimePoint now, json& run);
+  bool addSteps(std::string_view runId, const json& body, TimePoint now);
+  bool addLlmCalls(std::string_view runId, const json& body, TimePoint now);
+  bool addCompletion(std::string_view runId, const json& body, TimePoint now);
+  bool addHeartbeat(std::string_view agentSlug, const json& body, TimePoint now);
   bool addRequest(const RequestRecord& request);
 
   Database& database() { return database_; }
@@ -80,4 +78,4 @@ class Store {
   Statement addRequest_;
 };
 
-}  // namespace pelmar
+}  // namespace pelmar::service

@@ -8,7 +8,7 @@
 #include <array>
 #include <cstdlib>
 
-namespace pelmar {
+namespace pelmar::service {
 
 TemporaryFolder::TemporaryFolder() {
   std::string name = std::filesystem::temp_directory_path() / "pelmar-service-XXXXXX";
@@ -109,4 +109,4 @@ std::string ServiceTest::stepsPath(const std::string& runId) {
   return "/api/v1/observe/runs/" + runId + "/steps/";
 }
 
-}  // namespace pelmar
+}  // namespace pelmar::service

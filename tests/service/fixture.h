@@ -13,7 +13,7 @@
 
 #include "service/local_service.h"
 
-namespace pelmar {
+namespace pelmar::service {
 
 using namespace std::chrono_literals;
 
@@ -81,8 +81,8 @@ class ServiceTest : public testing::Test {
   static std::string keyHeader();
 
   TemporaryFolder folder_;
-  WallTime now_ = std::chrono::sys_days{std::chrono::January / 31 / 2026} + 23h + 59min;
+  TimePoint now_ = std::chrono::sys_days{std::chrono::January / 31 / 2026} + 23h + 59min;
   std::unique_ptr<LocalService> service_;
 };
 
-}  // namespace pelmar
+}  // namespace pelmar::service

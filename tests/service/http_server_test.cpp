@@ -2,7 +2,7 @@
 
 #include "tests/service/fixture.h"
 
-namespace pelmar {
+namespace pelmar::service {
 namespace {
 
 class HttpServerTest : public testing::Test {
@@ -67,4 +67,4 @@ TEST_F(HttpServerTest, RefusesALengthThatIsNoNumber) {
 }
 
 }  // namespace
-}  // namespace pelmar
+}  // namespace pelmar::service

@@ -5,7 +5,7 @@
 
 #include "tests/service/fixture.h"
 
-namespace pelmar {
+namespace pelmar::service {
 namespace {
 
 using LocalServiceTest = ServiceTest;
@@ -87,6 +87,15 @@ TEST_F(LocalServiceTest, StoresCallsCompletionsAndHeartbeats) {
   EXPECT_EQ(service_->completions()[0]["result"], json({{"num_turns", 4}}));
   ASSERT_EQ(service_->heartbeats().size(), 1U);
   EXPECT_EQ(service_->heartbeats()[0]["agent_slug"], "agent");
+}
+
+TEST_F(LocalServiceTest, TakesAStepWhosePayloadIsAsDeepAsAnAgentsLineMayBe) {
+  json deep = "bottom";
+  for (int level = 0; level < kMaxJsonDepth; ++level) deep = json::array({std::move(deep)});
+  json body = stepsBody(1);
+  body["steps"][0]["output"]["tool_input"] = deep;
+  EXPECT_EQ(post(stepsPath(newRun()), body).status, 200);
+  EXPECT_EQ(service_->steps().front()["output"]["tool_input"], deep);
 }
 
 TEST_F(LocalServiceTest, NamesTheWrongKeyAndStoresNothingOfTheBatch) {
@@ -200,4 +209,4 @@ TEST_F(LocalServiceTest, RefusesAPortThatIsTaken) {
 }
 
 }  // namespace
-}  // namespace pelmar
+}  // namespace pelmar::service

@@ -11,7 +11,7 @@
 
 extern char** environ;
 
-namespace pelmar {
+namespace pelmar::service {
 namespace {
 
 // The program with its standard output and standard error in one pipe.
@@ -85,4 +85,4 @@ TEST(LocalServiceProgram, ComplainsAboutBadArguments) {
 }
 
 }  // namespace
-}  // namespace pelmar
+}  // namespace pelmar::service

@@ -1,6 +1,6 @@
 #include "tests/service/fixture.h"
 
-namespace pelmar {
+namespace pelmar::service {
 namespace {
 
 using QueryTest = ServiceTest;
@@ -62,4 +62,4 @@ TEST_F(QueryTest, RefusesAnUnknownRunAndABadPage) {
 }
 
 }  // namespace
-}  // namespace pelmar
+}  // namespace pelmar::service

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-namespace pelmar {
+namespace pelmar::service {
 namespace {
 
 using Check = std::optional<BodyFault> (*)(const json&);
@@ -78,4 +78,4 @@ TEST(BodyFault, NeverHoldsAKeyThatTheSenderMadeUp) {
 }
 
 }  // namespace
-}  // namespace pelmar
+}  // namespace pelmar::service

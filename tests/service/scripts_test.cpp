@@ -4,7 +4,7 @@
 
 #include "tests/service/fixture.h"
 
-namespace pelmar {
+namespace pelmar::service {
 namespace {
 
 class ScriptTest : public ServiceTest {
@@ -115,4 +115,4 @@ TEST_F(ScriptTest, StopsAtOnceAlthoughRequestsWaitAndConnectionsIdle) {
 }
 
 }  // namespace
-}  // namespace pelmar
+}  // namespace pelmar::service

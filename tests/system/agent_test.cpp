@@ -6,11 +6,11 @@ namespace pelmar::test {
 
 AgentTest::AgentTest() {
   std::string error;
-  LocalServiceOptions options;
+  service::LocalServiceOptions options;
   options.database = root_.path() + "/service.db";
   options.key = kKey;
   options.remembersRequests = true;
-  service_ = LocalService::start(std::move(options), error);
+  service_ = service::LocalService::start(std::move(options), error);
   if (!service_) throw std::runtime_error(error);
 }
 

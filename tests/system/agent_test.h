@@ -40,7 +40,7 @@ class AgentTest : public ::testing::Test {
   static constexpr std::chrono::seconds kPatience{60};
 
   TempRoot root_;
-  std::unique_ptr<LocalService> service_;
+  std::unique_ptr<service::LocalService> service_;
 };
 
 std::string userLine(const std::string& uuid, const std::string& text);

@@ -95,7 +95,7 @@ TEST_F(AgentTest, AMalformedLineCostsOnlyItself) {
 
 TEST_F(AgentTest, AnOutageOfTheServiceLosesNothingAndDoublesNothing) {
   configure("garden");
-  service_->script("*", dropAfterRequest());
+  service_->script("*", service::dropAfterRequest());
   root_.addTranscript("s1", userLine("1", "one") + userLine("2", "two"));
   const auto agent = startAgent({"--from-start"});
   ASSERT_TRUE(
@@ -111,7 +111,7 @@ TEST_F(AgentTest, ARefusedStepHoldsUpItsOwnTranscriptOnly) {
   const auto refused = root_.addTranscript("refused", userLine("1", "never"));
   root_.addTranscript("taken", userLine("2", "hello"));
   service_->script("/api/v1/observe/runs/start/",
-                   answerWith(200, R"({"run_id":"held","workflow_id":"w"})"), 1);
+                   service::answerWith(200, R"({"run_id":"held","workflow_id":"w"})"), 1);
   const auto agent = startAgent({"--from-start"});
   // One of the two transcripts has the run that the service does not know.
   ASSERT_TRUE(agent->waitForLine("4xx 404 on /api/v1/observe/runs/held/steps/ — non-retryable"));
@@ -143,7 +143,7 @@ TEST_F(AgentTest, ADailyRunOfAnotherDayIsLeftForTodays) {
 
 TEST_F(AgentTest, WithoutADailyRunTheSessionGetsARunOfItsOwn) {
   configure("garden");
-  service_->script("/api/v1/observe/runs/daily/", answerWith(404));
+  service_->script("/api/v1/observe/runs/daily/", service::answerWith(404));
   root_.addTranscript("s1", userLine("1", "hello"));
   const auto agent = startAgent({"--from-start"});
   ASSERT_TRUE(waitForSteps(1));
