@@ -84,19 +84,5 @@ TEST(TodayDateUTC, IsTheDateOfNow) {
   EXPECT_THAT(today, testing::AnyOf(before, after));
 }
 
-TEST(Iso8601Milliseconds, WritesUtcWithThreeDigitsOfMilliseconds) {
-  const struct {
-    TimePoint time;
-    const char* text;
-  } rows[] = {
-      {kMidnight + 5h + 6min + 7s + 89ms, "2026-03-04T05:06:07.089Z"},
-      {kMidnight, "2026-03-04T00:00:00.000Z"},
-      {kMidnight - 1ns, "2026-03-03T23:59:59.999Z"},
-      {kMidnight + 999'999us, "2026-03-04T00:00:00.999Z"},
-      {kMidnight + 1s, "2026-03-04T00:00:01.000Z"},
-  };
-  for (const auto& row : rows) EXPECT_EQ(iso8601Milliseconds(row.time), row.text);
-}
-
 }  // namespace
 }  // namespace pelmar
