@@ -153,10 +153,14 @@ TEST(CursorFileSave, WritesIndentedSortedJsonWithEscapedSlashes) {
 TEST(CursorFileSave, WhatIsSavedIsLoadedAgain) {
   const TempRoot root;
   const char* states[] = {
-      "{}", R"({"/a":{}})",
-      R"({"/a \"b\" \\ é 😀\n/c.jsonl":{"seen_keys":["U:assistant:","a/b"],"offset":9007199254740993}})",
-      R"({"/a":{"_last_user_message":"\u0000\u001f/","further":{"deep":[[{"x":[]}]]},"number":0.1,)"
-      R"("run_completed":true},"/b":{"daily_session_date":null,"offset":50.0}})"};
+      "{}",
+      R"({"/a": {}})",
+      R"({"/a \"b\" \\ é 😀\n/c.jsonl": {"seen_keys": ["U:assistant:", "a/b"],
+                                         "offset": 9007199254740993}})",
+      R"({"/a": {"_last_user_message": "\u0000\u001f/", "further": {"deep": [[{"x": []}]]},
+                 "number": 0.1, "run_completed": true},
+          "/b": {"daily_session_date": null, "offset": 50.0}})",
+  };
   for (const char* state : states) {
     EXPECT_EQ(CursorFile(root.cursor()).save(stateOf(state)), std::nullopt);
     EXPECT_EQ(textOf(CursorFile(root.cursor()).load()), json::parse(state).dump());
