@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <system_error>
 
 #include "platform/descriptor.h"
@@ -43,6 +44,15 @@ bool writeFlushed(const std::string& path, std::string_view bytes) {
   ::unlink(path.c_str());
   const Descriptor file(path.c_str(), O_WRONLY | O_CREAT | O_EXCL, kOwnerOnlyFile);
   return file.valid() && writeAll(file.get(), bytes) && ::fsync(file.get()) == 0;
+}
+
+// False with errno set when `temporary` could not take the place of `path`.
+bool moveInto(const std::string& path, const std::string& temporary, FolderInPlace folderInPlace) {
+  if (::rename(temporary.c_str(), path.c_str()) == 0) return true;
+  if (errno != EISDIR || folderInPlace == FolderInPlace::stands) return false;
+  std::error_code ignored;
+  std::filesystem::remove_all(path, ignored);
+  return ::rename(temporary.c_str(), path.c_str()) == 0;
 }
 
 }  // namespace
@@ -95,8 +105,8 @@ void createFolders(const std::string& folder) {
 }
 
 std::optional<std::string> replaceFile(const std::string& path, const std::string& temporary,
-                                       std::string_view bytes) {
-  if (!writeFlushed(temporary, bytes) || ::rename(temporary.c_str(), path.c_str()) != 0) {
+                                       std::string_view bytes, FolderInPlace folderInPlace) {
+  if (!writeFlushed(temporary, bytes) || !moveInto(path, temporary, folderInPlace)) {
     auto reason = lastError();
     ::unlink(temporary.c_str());
     return reason;

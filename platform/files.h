@@ -30,11 +30,15 @@ std::optional<std::int64_t> sizeOf(const std::string& path);
 // Creates `folder` and what is missing above it. Failure shows in what is done there next.
 void createFolders(const std::string& folder);
 
+enum class FolderInPlace { stands, isRemoved };
+
 // Replaces `path` by `bytes` as one step: they are written to `temporary` beside it, flushed to
 // disk and renamed, and the folder flushed behind that; a crash leaves the old file or the new
-// one. The reason on failure (what stood there still does), none on success.
+// one. A folder at `path` is a failure, or is removed with its contents once the bytes are
+// written. The reason on failure (what stood there still does), none on success.
 std::optional<std::string> replaceFile(const std::string& path, const std::string& temporary,
-                                       std::string_view bytes);
+                                       std::string_view bytes,
+                                       FolderInPlace folderInPlace = FolderInPlace::stands);
 
 // Appends `line` and then, as a second write, its line feed to the file at `path`, which must
 // exist. False when the file cannot be opened for writing; a failing write is not reported.

@@ -1,8 +1,6 @@
 #include "watcher/cursor_file.h"
 
 #include <algorithm>
-#include <filesystem>
-#include <system_error>
 
 #include "platform/files.h"
 #include "platform/json.h"
@@ -36,16 +34,8 @@ CursorState CursorFile::load() const {
 }
 
 std::optional<std::string> CursorFile::save(const CursorState& state) const {
-  const std::string temporary = path_ + ".tmp";
-  const std::string text = textOf(state);
   createFolders(path_.substr(0, path_.rfind('/')));
-  auto failure = replaceFile(path_, temporary, text);
-  std::error_code ignored;
-  if (failure && std::filesystem::is_directory(path_, ignored)) {
-    std::filesystem::remove_all(path_, ignored);  // a rename does not replace a folder
-    failure = replaceFile(path_, temporary, text);
-  }
-  return failure;
+  return replaceFile(path_, path_ + ".tmp", textOf(state), FolderInPlace::isRemoved);
 }
 
 }  // namespace pelmar
