@@ -21,6 +21,16 @@ void AgentTest::configure(const std::string& agentSlug, const std::string& key) 
   writeFile(root_.home() + "/.pelmar/config", config);
 }
 
+void AgentTest::enrollDevice(const std::string& slug) {
+  service_->registerDevice({.token = "token-of-device",
+                            .tenant = "tenant",
+                            .process = "Cowork",
+                            .answer = {{"upload_api_key", kKey}, {"agent_slug", slug}}});
+  const json identity = {
+      {"device_token", "token-of-device"}, {"tenant_slug", "tenant"}, {"api_url", service_->url()}};
+  writeFile(root_.setup() + "/device-identity.json", identity.dump());
+}
+
 std::unique_ptr<ChildProcess> AgentTest::startAgent(std::vector<std::string> switches) {
   std::vector<std::string> command = {PELMAR_AGENT, "--poll", "0.01", "--verbose"};
   command.insert(command.end(), switches.begin(), switches.end());

@@ -23,6 +23,9 @@ class AgentTest : public ::testing::Test {
   // Writes a config file whose section has this key, and the slug unless it is empty.
   void configure(const std::string& agentSlug, const std::string& key = kKey);
 
+  // Enrolls the machine with the service, as the agent `slug`.
+  void enrollDevice(const std::string& slug);
+
   // Always with --verbose, whose message marks the begin of a pass, and with passes in close order.
   std::unique_ptr<ChildProcess> startAgent(std::vector<std::string> switches = {});
 

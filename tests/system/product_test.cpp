@@ -6,7 +6,6 @@
 
 #include <cstdlib>
 
-#include "platform/json.h"
 #include "tests/system/agent_test.h"
 
 namespace pelmar::test {
@@ -67,14 +66,7 @@ TEST_F(ProductTest, ReportsFromTheHomeOfThePasswordDatabaseAndNamesTheMachine) {
 }
 
 TEST_F(ProductTest, FindsTheDeviceIdentityAtItsRealPlace) {
-  service_->registerDevice({.token = "token-of-device",
-                            .tenant = "tenant",
-                            .process = "Cowork",
-                            .answer = {{"upload_api_key", kKey}, {"agent_slug", "from-device"}}});
-  writeFile(root_.setup() + "/device-identity.json", json{{"device_token", "token-of-device"},
-                                                          {"tenant_slug", "tenant"},
-                                                          {"api_url", service_->url()}}
-                                                         .dump());
+  enrollDevice("from-device");
   const auto agent = startProduct({});
   EXPECT_TRUE(agent->waitForLine("profile=device agent=from-device"));
 }

@@ -87,14 +87,7 @@ TEST_F(AgentTest, WithoutAnAgentSlugThereIsNoHeartbeat) {
 
 TEST_F(AgentTest, TheDeviceEnrollmentComesBeforeTheConfigFile) {
   configure("from-config");
-  service_->registerDevice({.token = "token-of-device",
-                            .tenant = "tenant",
-                            .process = "Cowork",
-                            .answer = {{"upload_api_key", kKey}, {"agent_slug", "from-device"}}});
-  writeFile(root_.setup() + "/device-identity.json", json{{"device_token", "token-of-device"},
-                                                          {"tenant_slug", "tenant"},
-                                                          {"api_url", service_->url()}}
-                                                         .dump());
+  enrollDevice("from-device");
   const auto agent = startAgent();
   EXPECT_TRUE(agent->waitForLine("profile=device agent=from-device"));
 }
