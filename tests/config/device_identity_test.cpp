@@ -158,6 +158,11 @@ TEST_F(ResolveDevice, IsNoneWhenTheExchangeFails) {
             std::nullopt);
 }
 
+// Lasts as long as the service is waited for.
+TEST_F(ResolveDevice, IsNoneWhenTheServiceNeverAnswers) {
+  EXPECT_EQ(resolvedFrom(RawAnswer{}), std::nullopt);
+}
+
 TEST_F(ResolveDevice, AsksAgainEachTime) {
   RawServer server({answering("200 OK", kAnswer), answering("404 Not Found", ""),
                     answering("200 OK", R"({"upload_api_key":"changed"})")});
