@@ -251,6 +251,15 @@ TEST_F(ResolveProfile, PrefersTheDeviceToAllOthers) {
   EXPECT_THAT(processesAskedFor(server), ElementsAre("Cowork"));
 }
 
+TEST_F(ResolveProfile, PrefersTheSectionsInTheirFixedOrder) {
+  std::string config = completeSection("other");
+  for (const std::string name : {"default", "tandem", "claude-code", "claude-cowork"}) {
+    config += completeSection(name);
+    writeConfig(config);
+    EXPECT_EQ(PelmarConfig::resolveProfile()->name, name);
+  }
+}
+
 TEST_F(ResolveProfile, PrefersASectionWithASlugToTheManagedFile) {
   writeConfig(std::string(kDefaultSection) + "agent_slug = a\n");
   writeManaged(kManaged);

@@ -1,6 +1,9 @@
 #include "platform/process.h"
 
 #include <gmock/gmock.h>
+#include <sys/wait.h>
+
+#include <cerrno>
 
 #include "tests/support/open_descriptors.h"
 #include "tests/support/temp_root.h"
@@ -50,6 +53,13 @@ TEST(OutputOf, IsNoneWhenTheToolCannotBeStarted) {
   EXPECT_EQ(outputOf(root.path() + "/missing", {}), std::nullopt);
   EXPECT_EQ(outputOf(root.path() + "/not-executable", {}), std::nullopt);
   EXPECT_EQ(outputOf(root.path() + "/home", {}), std::nullopt);
+}
+
+TEST(OutputOf, LeavesNoEndedProcessBehind) {
+  EXPECT_TRUE(outputOfScript("echo out"));
+  EXPECT_FALSE(outputOf("/missing/tool", {}));
+  EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1);
+  EXPECT_EQ(errno, ECHILD);
 }
 
 TEST(OutputOf, HoldsNothingOpen) {
