@@ -187,6 +187,14 @@ TEST(HttpRequest, UrlThatIsNeitherHttpNorHttpsFails) {
   }
 }
 
+TEST(HttpRequest, UrlWithoutASchemeIsNotTakenForHttp) {
+  RawServer server({answering("200 OK", "")});
+  for (const auto& url : {server.authority() + "/path", "//" + server.authority() + "/path"}) {
+    EXPECT_NE(HttpClient().send({.url = url, .deadline = kDeadline}).error, std::nullopt) << url;
+  }
+  EXPECT_EQ(server.connectionCount(), 0U);
+}
+
 TEST(HttpRequest, ConnectionThatIsRefusedFails) {
   // Bound and not listening: the port is taken and nothing answers there.
   const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
