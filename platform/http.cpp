@@ -22,6 +22,7 @@ using HeaderList = std::unique_ptr<curl_slist, FreeList>;
 struct Transfer {
   std::optional<std::string> body;
   bool isTooLarge = false;
+  bool isHeadWhole = false;
   bool isSent = false;
 };
 
@@ -33,6 +34,16 @@ std::size_t receive(char* bytes, std::size_t /*one*/, std::size_t count, void* c
     return 0;
   }
   transfer.body->append(bytes, count);
+  return count;
+}
+
+// libcurl takes a head that breaks off for a whole one; its empty last line tells them apart. Lines
+// behind a chunked body come here too.
+std::size_t watchHead(char* bytes, std::size_t /*one*/, std::size_t count, void* context) {
+  auto& transfer = *static_cast<Transfer*>(context);
+  const std::string_view line(bytes, count);
+  if (line.starts_with("HTTP/")) transfer.isHeadWhole = false;
+  if (line == "\r\n" || line == "\n") transfer.isHeadWhole = true;
   return count;
 }
 
@@ -62,10 +73,13 @@ std::optional<HeaderList> headerList(const HttpRequest& request) {
   };
   for (const auto& [name, value] : request.headers) {
     if (!isHeaderValue(value)) return std::nullopt;
-    add(value.empty() ? name + ';' : name + ": " + value);  // libcurl's form of an empty value
+    // libcurl leaves a header without a value out unless it is written this way.
+    const bool isBlank = value.find_first_not_of(" \t") == std::string::npos;
+    add(isBlank ? name + ';' : name + ": " + value);
   }
   add("Accept:");  // a name alone takes back what libcurl adds by itself
   add("Expect:");
+  add("Content-Type:");
   return list;
 }
 
@@ -80,6 +94,7 @@ struct HttpClient::State {
     set(CURLOPT_PATH_AS_IS, 1L);
     set(CURLOPT_HTTPAUTH, long{CURLAUTH_NONE});  // a URL's user and password are not sent either
     set(CURLOPT_WRITEFUNCTION, &receive);
+    set(CURLOPT_HEADERFUNCTION, &watchHead);
     set(CURLOPT_PREREQFUNCTION, &allowOnce);
 #if LIBCURL_VERSION_NUM >= 0x075500
     set(CURLOPT_PROTOCOLS_STR, "http,https");
@@ -112,6 +127,7 @@ HttpExchange HttpClient::send(const HttpRequest& request) {
   state_->set(CURLOPT_HTTPHEADER, headers->get());
   state_->set(CURLOPT_TIMEOUT_MS, static_cast<long>(request.deadline.count()));
   state_->set(CURLOPT_WRITEDATA, &transfer);
+  state_->set(CURLOPT_HEADERDATA, &transfer);
   state_->set(CURLOPT_PREREQDATA, &transfer);
   if (request.body) {
     state_->set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body->size()));
@@ -123,6 +139,7 @@ HttpExchange HttpClient::send(const HttpRequest& request) {
   const CURLcode result = curl_easy_perform(state_->curl);
   if (result == CURLE_OPERATION_TIMEDOUT) return {};
   if (result == CURLE_ABORTED_BY_CALLBACK) return {.error = "the connection was lost"};
+  if (result == CURLE_OK && !transfer.isHeadWhole) return {.error = "the answer broke off"};
   long status = 0;
   curl_easy_getinfo(state_->curl, CURLINFO_RESPONSE_CODE, &status);
   if (transfer.isTooLarge) return {.status = static_cast<int>(status)};

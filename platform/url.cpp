@@ -34,6 +34,12 @@ std::string part(const Url& url, CURLUPart which) {
   return text;
 }
 
+std::string percentEncoded(const std::string& text) {
+  const std::unique_ptr<char, FreeText> owner(
+      curl_easy_escape(nullptr, text.data(), static_cast<int>(text.size())));
+  return owner ? owner.get() : std::string();
+}
+
 bool isHexDigit(char c) { return std::isxdigit(static_cast<unsigned char>(c)) != 0; }
 
 // Unreserved, reserved and well-formed percent-encoded characters only (RFC 3986, section 2).
@@ -75,14 +81,13 @@ bool isHttpUrl(const std::string& text) {
 std::optional<std::string> urlBelow(const std::string& base, const std::string& path,
                                     const std::string& key, const std::string& value) {
   if (!hasUrlCharacters(base) || !isHttpUrl(base)) return std::nullopt;
-  const Url url = parsed(base);
-  std::string folder = part(url, CURLUPART_PATH);
-  while (folder.ends_with('/')) folder.pop_back();
-  curl_url_set(url.get(), CURLUPART_PATH, (folder + '/' + path).c_str(), 0);
-  curl_url_set(url.get(), CURLUPART_QUERY, nullptr, 0);
-  const std::string query = key + '=' + value;
-  curl_url_set(url.get(), CURLUPART_QUERY, query.c_str(), CURLU_APPENDQUERY | CURLU_URLENCODE);
-  return part(url, CURLUPART_URL);
+  // Put together as text: libcurl would take dot segments out of the base's path and write a
+  // space of the query as "+".
+  const auto fragment = std::min(base.find('#'), base.size());
+  std::string url = base.substr(0, std::min(base.find('?'), fragment));
+  while (url.ends_with('/')) url.pop_back();
+  url += '/' + path + '?' + percentEncoded(key) + '=' + percentEncoded(value);
+  return url.append(base, fragment);
 }
 
 }  // namespace pelmar
