@@ -84,6 +84,16 @@ TEST_F(UtcDate, FollowsTheCalendarAndTheDigitsOfTheLocale) {
               "^2569-03-04\\.$");
   EXPECT_EXIT(print("ar_EG.UTF-8", "UTC", {at(kMidnight)}), testing::ExitedWithCode(0),
               "^٢٠٢٦-٠٣-٠٤\\.$");
+  EXPECT_EXIT(print("fa_IR.UTF-8", "UTC", {at(kMidnight)}), testing::ExitedWithCode(0),
+              "^۱۴۰۴-۱۲-۱۳\\.$");
+}
+
+TEST_F(UtcDate, IsTheSameTextInWesternAndEastAsianLocales) {
+  for (const auto* locale : {"C", "de_DE.UTF-8", "ja_JP.UTF-8"}) {
+    EXPECT_EXIT(print(locale, "UTC", {at(kMidnight)}), testing::ExitedWithCode(0),
+                "^2026-03-04\\.$")
+        << locale;
+  }
 }
 
 }  // namespace
