@@ -117,13 +117,15 @@ void pollOnce(CursorState& state, const CursorFile& cursorFile, const ObserveCli
   for (const auto& path : files) {
     const auto size = sizeOf(path);
     if (!size) continue;
-    auto known = state.find(path);
-    FileState unknown = newFileState(0);
-    FileState& fileState = known == state.end() ? unknown : known->second;
-    const Reading reading{
-        .path = path, .fileState = fileState, .client = client, .agentSlug = agentSlug};
+    const auto known = state.find(path);
+    std::optional<FileState> unknown;
+    if (known == state.end()) unknown = newFileState(0);
+    const Reading reading{.path = path,
+                          .fileState = unknown ? *unknown : known->second,
+                          .client = client,
+                          .agentSlug = agentSlug};
     if (!readNewLines(reading, *size)) continue;
-    if (known == state.end()) state.emplace(path, std::move(unknown));
+    if (unknown) state.emplace(path, *std::move(unknown));
     saveCursor(cursorFile, state);
   }
 }
