@@ -334,7 +334,9 @@ def report_all(chosen, root, service, started):
 
 def main():
     chosen = arguments()
-    signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
+    signal.signal(signal.SIGINT, signal.default_int_handler)  # also where a shell had it ignored
+    for ending in (signal.SIGTERM, signal.SIGHUP):
+        signal.signal(ending, lambda *_: sys.exit(1))
     root = pathlib.Path(tempfile.mkdtemp(prefix="pelmar-run-"))
     started = []
     try:
