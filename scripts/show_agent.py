@@ -185,6 +185,10 @@ class Report:
         if self.summary["steps"]["by_kind"] != dict(wanted.kinds):
             raise Failure(f"the steps differ from the transcripts: {dict(wanted.kinds)} expected, "
                           f"{self.summary['steps']['by_kind']} received")
+        malformed = sum(agent.malformed() for agent in self.agents)
+        if malformed != wanted.malformed:
+            raise Failure(f"{malformed} lines passed over as malformed instead of "
+                          f"{wanted.malformed}")
         models = self.summary["llm_calls"]["by_model"].values()
         tokens = tuple(sum(model[key] for model in models)
                        for key in ("calls", "tokens_in", "tokens_out"))
