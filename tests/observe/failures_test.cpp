@@ -135,6 +135,15 @@ TEST_F(Failures, PassedDeadlinesAreTriedAgainWithNeitherErrorNorMessage) {
   }
 }
 
+TEST_F(Failures, AnswerBehindTheDeadlineIsNotTaken) {
+  service_->script(kPath, service::answerLate(std::chrono::seconds(10)));
+  auto client = this->client();
+  client.timeout = -4.8;
+  client.maxAttempts = 1;
+  EXPECT_THAT(logOfNone(client), IsEmpty());
+  EXPECT_THAT(activity(), ElementsAre(IsPassedDeadline()));
+}
+
 TEST_F(Failures, AttemptAfterAPassedDeadlineMaySucceed) {
   service_->script(kPath, service::neverAnswer(), 1);
   accept(kPath, R"({"run_id": "r"})");

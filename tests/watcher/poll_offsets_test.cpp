@@ -214,6 +214,20 @@ TEST_F(PollOffsets, TranscriptsAreReadInTheOrderOfTheWalk) {
   EXPECT_EQ(texts(), expected);
 }
 
+TEST_F(PollOffsets, KnownTranscriptKeepsAllThatIsRememberedOfIt) {
+  const auto path = root_.addTranscript("a", "{}\n");
+  store(path, R"({"offset": 1.0, "run_id": "R", "workflow_id": "W", "step_position": 7,
+                  "seen_keys": ["k"], "daily_session_date": "D", "_last_user_message": "t",
+                  "run_completed": true, "further": {"a": 1.0}})");
+  poll();
+  const char* const expected = R"({
+      "offset": 3, "run_id": "R", "workflow_id": "W", "step_position": 7, "seen_keys": ["k"],
+      "daily_session_date": "D", "_last_user_message": "t", "run_completed": true,
+      "further": {"a": 1.0}})";
+  EXPECT_THAT(state_.at(path).values, IsJson(expected));
+  EXPECT_THAT(json::parse(contentOf(root_.cursor())).at(path), IsJson(expected));
+}
+
 TEST_F(PollOffsets, EntriesOfOtherTranscriptsAreKept) {
   root_.addTranscript("a", userLine("one"));
   store("/gone.jsonl", R"({"offset": 3, "further": 1.0})");
