@@ -41,7 +41,9 @@ void judgeProfile(Report& report, const char* withoutProfile) {
 void judgeSessions(Report& report) {
   const Sessions& sessions = report.sessions;
   for (const auto& [path, reason] : sessions.unreadable) {
-    add(report, Verdict::problems, path + " cannot be read: " + reason);
+    // With nothing to watch, what cannot be read is the likely cause.
+    add(report, sessions.sessions.empty() ? Verdict::notReporting : Verdict::problems,
+        path + " cannot be read: " + reason);
   }
   if (!sessions.cursorProblem.empty()) add(report, Verdict::problems, sessions.cursorProblem);
   for (const Session& session : sessions.sessions) {
@@ -65,7 +67,7 @@ void judgeActivity(Report& report) {
            : failure.error);
   if (activity.last->isSuccess()) {
     add(report, Verdict::problems,
-        std::to_string(activity.failuresLastHour) + " requests of the last hour failed");
+        "requests that failed in the last hour: " + std::to_string(activity.failuresLastHour));
   } else {
     add(report, report.sessions.backlog > 0 ? Verdict::notReporting : Verdict::problems, text);
   }

@@ -75,7 +75,9 @@ class Look {
   void takeRecord(const std::string& path, const json* record) {
     ++found_.records;
     std::string id = record == nullptr ? std::string() : textAt(*record, kSessionId);
-    if (id.empty()) {
+    if (const int error = record == nullptr ? openError(path) : 0) {
+      found_.unreadable.push_back({path, wordsFor(error)});
+    } else if (id.empty()) {
       found_.uselessRecords.push_back(path);
     } else {
       titles_.emplace(std::move(id), textAt(*record, "title"));

@@ -42,7 +42,7 @@ struct Sessions {
   std::vector<std::string> recordsWithoutTranscript{};  // their session ids
   std::vector<std::string> transcriptsWithoutRecord{};  // their paths
   std::vector<std::string> uselessRecords{};            // their paths: no JSON object, or no id
-  std::vector<Unreadable> unreadable{};                 // folders and transcripts
+  std::vector<Unreadable> unreadable{};                 // folders, records and transcripts
   std::string cursorProblem{};
 };
 

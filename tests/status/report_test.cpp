@@ -191,6 +191,14 @@ TEST_F(StatusReport, RefusalsOfOthersDoNotHoldASessionUp) {
   EXPECT_FALSE(takeReport(false).sessions.sessions.at(0).heldUpBy);
 }
 
+TEST_F(StatusReport, SessionWithoutABacklogIsNotHeldUp) {
+  const std::string path = home_.addTranscript("s1", "12345");
+  home_.setCursor(path, R"({"offset":5,"run_id":"r1"})");
+  home_.addRequest(2, "/api/v1/observe/runs/r1/steps/", 413);
+  home_.addRequest(1, "/api/v1/observe/runs/r1/steps/", 413);
+  EXPECT_FALSE(takeReport(false).sessions.sessions.at(0).heldUpBy);
+}
+
 TEST_F(StatusReport, FailingRequestsWithABacklogAreNotReporting) {
   home_.addTranscript("s1", "12345");
   home_.addRequest(5, "/x/", 200);
@@ -208,7 +216,7 @@ TEST_F(StatusReport, FailureThatWasOvercomeIsAProblemForAnHour) {
   home_.addRequest(59, "/x/", 500);
   home_.addRequest(1, "/x/", 200);
   const Report report = takeReport(false);
-  EXPECT_THAT(textsOf(report), ElementsAre("1 requests of the last hour failed"));
+  EXPECT_THAT(textsOf(report), ElementsAre("requests that failed in the last hour: 1"));
   EXPECT_EQ(report.verdict(), Verdict::problems);
 }
 
@@ -234,6 +242,18 @@ TEST_F(StatusReport, WhatCannotBeReadIsNamed) {
                          {path + " cannot be read: Permission denied",
                           home_.projects() + "/secret cannot be read: Permission denied"}));
   std::filesystem::permissions(home_.projects() + "/secret", std::filesystem::perms::owner_all);
+}
+
+TEST_F(StatusReport, RecordThatCannotBeReadLeavesNothingToReport) {
+  home_.addTranscript("s1", "12345");
+  test::openToAll(home_.path());
+  const std::string record = home_.sessionRecords() + "/account/local_s1.json";
+  std::filesystem::permissions(record, std::filesystem::perms::none);
+  const test::WithoutPrivileges forNow;
+  const Report report = takeReport(false);
+  EXPECT_THAT(textsOf(report), ::testing::Contains(record + " cannot be read: Permission denied"));
+  EXPECT_EQ(report.verdict(), Verdict::notReporting);
+  EXPECT_THAT(report.sessions.uselessRecords, IsEmpty());
 }
 
 TEST(ReportOnConfig, GoodFileIsHealthy) {
