@@ -50,7 +50,7 @@ def arguments():
 
 
 class LocalService:
-    def __init__(self, folder, build):
+    def __init__(self, folder, build, started):
         self.key = secrets.token_hex(16)
         self.database = folder / "service.db"
         key_file = folder / "service.key"
@@ -59,6 +59,7 @@ class LocalService:
         self.process = subprocess.Popen(
             [build / "pelmar-local-service", "--database", self.database, "--key-file", key_file],
             stdout=subprocess.PIPE, text=True, start_new_session=True)
+        started.append(self.process)
         first = self.process.stdout.readline().split()
         if len(first) < 3:
             raise Failure("the local service did not start")
@@ -349,8 +350,7 @@ def main():
     root = pathlib.Path(tempfile.mkdtemp(prefix="pelmar-run-"))
     started = []
     try:
-        service = LocalService(root, chosen.build)
-        started.append(service.process)
+        service = LocalService(root, chosen.build, started)
         print(f"The local service listens on {service.url}; nothing is sent anywhere else.")
         report = report_all(chosen, root, service, started)
         if not chosen.once:
