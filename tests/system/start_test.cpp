@@ -1,7 +1,6 @@
 // How the agent starts: where its profile comes from, what it says, how it ends without one.
 
 #include <gmock/gmock.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -92,16 +91,7 @@ TEST_F(AgentTest, AStandardErrorThatIsGoneDoesNotEndIt) {
   int ends[2];
   ASSERT_EQ(::pipe(ends), 0);
   ::close(ends[0]);
-  posix_spawn_file_actions_t actions{};
-  ::posix_spawn_file_actions_init(&actions);
-  ::posix_spawn_file_actions_adddup2(&actions, ends[1], STDERR_FILENO);
-  std::string program = PELMAR_AGENT;
-  std::string root = "PELMAR_ROOT=" + root_.path();
-  char* const arguments[] = {program.data(), nullptr};
-  char* const environment[] = {root.data(), nullptr};
-  pid_t pid = 0;
-  ASSERT_EQ(::posix_spawn(&pid, program.c_str(), &actions, nullptr, arguments, environment), 0);
-  ::posix_spawn_file_actions_destroy(&actions);
+  const pid_t pid = startProgram({PELMAR_AGENT}, {"PELMAR_ROOT=" + root_.path()}, ends[1]);
   ::close(ends[1]);
   int status = 0;
   ASSERT_EQ(::waitpid(pid, &status, 0), pid);
