@@ -19,6 +19,8 @@ Tallies::Tallies(Database& database)
           "VALUES (last_insert_rowid(),?,?,?,?,?,?,?,?,?,?,?,?,?,substr(?,1,160))")),
       findTurn_(database.prepare("SELECT turn FROM step_facts WHERE run = ? AND session_id = ? "
                                  "ORDER BY id DESC LIMIT 1")),
+      findLastTurn_(
+          database.prepare("SELECT turn FROM step_facts WHERE run = ? ORDER BY id DESC LIMIT 1")),
       findTool_(database.prepare("SELECT tool_name FROM step_facts WHERE tool_use_id = ?1 AND "
                                  "tool_use_id <> '' AND tool_name <> '' LIMIT 1")),
       addRunTotals_(database.prepare(
@@ -45,8 +47,8 @@ Tallies::Tallies(Database& database)
           "first_sum = first_sum + ?4, second_sum = second_sum + ?5, peak = max(peak, ?4)")) {}
 
 bool Tallies::isPrepared() const {
-  for (const Statement* statement : {&addFacts_, &findTurn_, &findTool_, &addRunTotals_,
-                                     &addCallToStep_, &addFreeText_, &addMinute_}) {
+  for (const Statement* statement : {&addFacts_, &findTurn_, &findLastTurn_, &findTool_,
+                                     &addRunTotals_, &addCallToStep_, &addFreeText_, &addMinute_}) {
     if (!statement->isPrepared()) return false;
   }
   return true;
@@ -109,7 +111,10 @@ std::string Tallies::toolOf(std::string_view toolUseId) {
 }
 
 std::int64_t Tallies::turnOf(const StoredStep& step) {
-  const std::vector<json> rows = findTurn_.rows({step.run, step.sessionId});
+  // A line without a session id belongs to the turn around it.
+  const std::vector<json> rows = step.sessionId.empty()
+                                     ? findLastTurn_.rows({step.run})
+                                     : findTurn_.rows({step.run, step.sessionId});
   const std::int64_t last = rows.empty() ? 0 : rows.front().at("turn").get<std::int64_t>();
   return last + (step.kind == "user_message" ? 1 : 0);
 }

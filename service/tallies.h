@@ -48,6 +48,7 @@ class Tallies {
 
   Statement addFacts_;
   Statement findTurn_;
+  Statement findLastTurn_;
   Statement findTool_;
   Statement addRunTotals_;
   Statement addCallToStep_;

@@ -10,7 +10,7 @@ export function el(selector, properties = {}, ...children) {
     if (name.startsWith("on")) node.addEventListener(name.slice(2), value);
     else node.setAttribute(name, value === true ? "" : value);
   }
-  node.append(...children.flat().filter((child) => child !== null && child !== undefined));
+  node.append(...children.flat(Infinity).filter((child) => child !== null && child !== undefined));
   return node;
 }
 

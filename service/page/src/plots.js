@@ -104,6 +104,11 @@ function swatch(at) {
   return canvas;
 }
 
+const clock = (_, ticks, __, ___, step) => ticks.map((tick) => {
+  const text = time(new Date(tick * 1000).toISOString());
+  return step >= 86400 ? text.slice(5, 10) : text.slice(11, 16);
+});
+
 function options(figure, width) {
   const ink = style("--muted");
   const axis = { stroke: ink, grid: { stroke: style("--line"), width: 1 }, ticks: { show: false }, font: "12px system-ui, sans-serif" };
@@ -113,7 +118,7 @@ function options(figure, width) {
     legend: { show: false },
     cursor: { drag: { x: false, y: false }, points: { size: 6 } },
     scales: { y: { range: (_, low, high) => [0, Math.max(high * 1.08, 1)] } },
-    axes: [axis, { ...axis, size: 62, values: (_, ticks) => ticks.map((tick) => figure.show(tick)) }],
+    axes: [{ ...axis, values: clock }, { ...axis, size: 62, space: 28, values: (_, ticks) => ticks.map((tick) => figure.show(tick)) }],
     series: [
       {},
       ...figure.lines.map(({ name }, at) => ({

@@ -11,7 +11,9 @@ import { runTitle, statusBadge } from "./runs.js";
 const GROUPS = [["user", "user_message"], ["model", "assistant"], ["tool", "tool_use"], ["output", "tool_result"], ["ask", "permission:"], ["end", "result:"]];
 const group = (kind) => GROUPS.find(([, begin]) => kind.startsWith(begin))?.[0] ?? "system";
 
-const startsTurn = (step, before) => !before || before.turn !== step.turn || before.session_id !== step.session_id;
+// A line without a session id belongs to the turn around it.
+const startsTurn = (step, before) => !before || before.turn !== step.turn ||
+  (before.session_id !== step.session_id && before.session_id !== "" && step.session_id !== "");
 
 function tokenBar(step, largest) {
   if (step.tokens_in === null) return el("span.cell.tokens", {});
@@ -93,7 +95,7 @@ export function run(main, parameters) {
   }
 
   function drawFilters(answer) {
-    const pairs = (all, items) => [["", all], ...items.map(({ name, count: times }) => [name, `${name.slice(0, 60) || "(none)"} (${count(times)})`])];
+    const pairs = (all, items) => [["", all], ...items.filter(({ name }) => name !== "").map(({ name, count: times }) => [name, `${name.slice(0, 60)} (${count(times)})`])];
     const choose = (key) => (value) => {
       filter[key] = value;
       filtered();
