@@ -122,6 +122,7 @@ export async function shoot(page, name) {
 
 /** Goes to a view and waits until it is drawn. */
 export async function go(page, hash) {
+  if (await page.evaluate((to) => location.hash === to, hash)) return;
   const drawn = Number(await page.evaluate(() => document.documentElement.dataset.drawn ?? 0));
   await page.evaluate((to) => { location.hash = to; }, hash);
   await page.waitForFunction((before) => Number(document.documentElement.dataset.drawn) > before, drawn);

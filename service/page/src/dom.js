@@ -14,6 +14,14 @@ export function el(selector, properties = {}, ...children) {
   return node;
 }
 
+let fields = 0;
+
+function labelled(style, label, node) {
+  fields += 1;
+  node.id = `field-${fields}`;
+  return el(style, {}, el("label", { for: node.id }, label), node);
+}
+
 /** A select of [value, text] pairs. */
 export function select(label, value, options, onchange) {
   const node = el("select", { onchange: () => onchange(node.value) });
@@ -22,7 +30,7 @@ export function select(label, value, options, onchange) {
     option.selected = key === value;
     node.append(option);
   }
-  return el("label.field", {}, el("span", {}, label), node);
+  return labelled("div.field", label, node);
 }
 
 /** Search text, handed on when the typing pauses. */
@@ -39,7 +47,7 @@ export function searchField(label, value, onsearch) {
       timer = setTimeout(() => onsearch(input.value), 250);
     },
   });
-  return el("label.field.grow", {}, el("span", {}, label), input);
+  return labelled("div.field.grow", label, input);
 }
 
 /** A table of [heading, class] columns and rows of cells. */
