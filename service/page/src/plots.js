@@ -118,7 +118,7 @@ function options(figure, width) {
     legend: { show: false },
     cursor: { drag: { x: false, y: false }, points: { size: 6 } },
     scales: { y: { range: (_, low, high) => [0, Math.max(high * 1.08, 1)] } },
-    axes: [{ ...axis, values: clock }, { ...axis, size: 62, space: 28, values: (_, ticks) => ticks.map((tick) => figure.show(tick)) }],
+    axes: [{ ...axis, size: 30, values: clock }, { ...axis, size: 62, space: 28, values: (_, ticks) => ticks.map((tick) => figure.show(tick)) }],
     series: [
       {},
       ...figure.lines.map(({ name }, at) => ({

@@ -23,7 +23,7 @@ export function privacyPanel(answer, open) {
       [["kind of step"], ["field"], ["whose text"], ["times", "number"], ["bytes", "number"]],
       answer.fields.map((field) => [el("bdi", {}, field.kind), el("code", {}, field.field), field.category, count(field.count), count(field.bytes)])),
     table("The ten largest bodies",
-      [["request"], ["time"], ["path"], ["bytes", "number"]],
+      [["request"], ["time", "time"], ["path"], ["bytes", "number"]],
       answer.largest.map((request) => [
         el("button.link", { onclick: () => open(request.id) }, `Request ${request.id}`),
         time(request.received_at), el("bdi.path", {}, request.path), count(request.body_bytes)])));
