@@ -177,7 +177,8 @@ class Report:
     def last_error(self):
         for agent in self.agents:
             errors = [line for line in agent.log.read_text(errors="replace").splitlines()
-                      if " error " in line and "agent_slug" not in line and "malformed" not in line]
+                      if (" error " in line or line.startswith("Fatal error")) and
+                      "agent_slug" not in line and "malformed" not in line]
             if errors:
                 return errors[-1]
         return "the agent's log names no error"
@@ -186,6 +187,10 @@ class Report:
         if self.summary["steps"]["by_kind"] != dict(wanted.kinds):
             raise Failure(f"the steps differ from the transcripts: {dict(wanted.kinds)} expected, "
                           f"{self.summary['steps']['by_kind']} received")
+        malformed = sum(agent.malformed() for agent in self.agents)
+        if malformed != wanted.malformed:
+            raise Failure(f"{malformed} lines passed over as malformed instead of "
+                          f"{wanted.malformed}")
         models = self.summary["llm_calls"]["by_model"].values()
         tokens = tuple(sum(model[key] for model in models)
                        for key in ("calls", "tokens_in", "tokens_out"))
@@ -239,12 +244,15 @@ def append_live(agent, report):
         begin = time.monotonic()
         wanted = expected_of(report.agents)
         report.wait_for(wanted.steps, wanted.llm_calls, 0, lambda done, total: None)
-        plural = "" if wanted.steps - before == 1 else "s"
-        arrived = f"{wanted.steps - before} step{plural}, after {time.monotonic() - begin:.2f} s"
+        arrived = f"{counted(wanted.steps - before, 'step')}, after {time.monotonic() - begin:.2f} s"
         if wanted.steps == before:
             arrived = "asks for a run and is no step of it"
         print(f"  line {number} of {len(lines)}: {arrived}", flush=True)
         before = wanted.steps
+
+
+def counted(count, noun):
+    return f"{count:,} {noun}" + ("" if count == 1 else "s")
 
 
 def expected_of(agents):
@@ -319,7 +327,8 @@ def report_all(chosen, root, service, started):
     if chosen.folder is None:
         print("Two agents: one with an agent slug, whose sessions share a daily run, and one without,\n"
               "whose sessions have a run each.")
-    print(f"\nReporting {wanted.lines:,} lines of {transcripts:,} transcripts:", flush=True)
+    print(f"\nReporting {counted(wanted.lines, 'line')} of {counted(transcripts, 'transcript')}:",
+          flush=True)
     begin = time.monotonic()
     for agent in agents:
         agent.start()
@@ -337,7 +346,9 @@ def report_all(chosen, root, service, started):
 
 def main():
     chosen = arguments()
-    signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
+    signal.signal(signal.SIGINT, signal.default_int_handler)  # also where a shell had it ignored
+    for ending in (signal.SIGTERM, signal.SIGHUP):
+        signal.signal(ending, lambda *_: sys.exit(1))
     root = pathlib.Path(tempfile.mkdtemp(prefix="pelmar-run-"))
     started = []
     try:

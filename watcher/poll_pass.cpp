@@ -98,7 +98,9 @@ std::int64_t reportLines(const Reading& reading, std::string_view bytes, std::in
 bool readNewLines(const Reading& reading, std::int64_t size) {
   const auto start = startOffset(reading.fileState.values, size);
   if (!start) return false;
-  const RangeRead read = readRange(reading.path, *start, size - *start);
+  // A negative offset ends the process once the file is open; what lies behind it may overflow.
+  const std::int64_t length = *start < 0 ? 0 : size - *start;
+  const RangeRead read = readRange(reading.path, *start, length);
   if (!read.isOpened) return false;
   if (!read.bytes) {
     logger.error("seek/read failed for " + reading.path);
