@@ -9,10 +9,11 @@
 #include "watcher/cowork_audit_watcher.h"
 
 int main(int argc, char** argv) {
+  // Before the first message: a stderr or a connection that is gone must end a write, not the
+  // agent.
+  std::signal(SIGPIPE, SIG_IGN);
   constexpr pelmar::Logger logger("cowork-watcher");
   logger.message("PelmarCoworkWatcher starting (pid=" + std::to_string(::getpid()) + ")");
-  std::signal(SIGPIPE,
-              SIG_IGN);  // a connection or a stderr that is gone ends a write, not the agent
 
   const auto commandLine = pelmar::parseCommandLine(std::vector<std::string>(argv, argv + argc));
   const pelmar::CoworkAuditWatcher runner(commandLine.pollInterval, commandLine.fromStart,

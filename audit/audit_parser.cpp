@@ -1,6 +1,5 @@
 #include "audit/audit_parser.h"
 
-#include <algorithm>
 #include <string>
 #include <utility>
 
@@ -41,10 +40,7 @@ const json& objectAt(const json& object, const char* key) {
 // The array at `key` when it holds nothing but objects, else an empty one.
 const json& blocksAt(const json& object, const char* key) {
   const json& value = valueOr(object, key, emptyArray());
-  const bool qualifies =
-      value.is_array() &&
-      std::all_of(value.begin(), value.end(), [](const json& block) { return block.is_object(); });
-  return qualifies ? value : emptyArray();
+  return isArrayOfObjects(value) ? value : emptyArray();
 }
 
 bool flagAt(const json& object, const char* key) {

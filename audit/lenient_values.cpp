@@ -12,11 +12,6 @@
 namespace pelmar {
 namespace {
 
-bool isArrayOfObjects(const json& value) {
-  return value.is_array() && std::all_of(value.begin(), value.end(),
-                                         [](const json& element) { return element.is_object(); });
-}
-
 std::string joinedTexts(const json& blocks) {
   std::string joined;
   bool isFirst = true;
@@ -42,6 +37,11 @@ std::int64_t integerIn(std::string_view text) {
 }
 
 }  // namespace
+
+bool isArrayOfObjects(const json& value) {
+  return value.is_array() && std::all_of(value.begin(), value.end(),
+                                         [](const json& element) { return element.is_object(); });
+}
 
 std::string summarizeContent(const json* value, std::size_t maxLen) {
   if (value == nullptr || value->is_null()) return {};

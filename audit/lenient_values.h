@@ -9,6 +9,9 @@
 
 namespace pelmar {
 
+// Whether `value` is an array that holds nothing but objects; an empty one does.
+bool isArrayOfObjects(const nlohmann::json& value);
+
 // The first `maxLen` user-perceived characters of a tool result's content: a string, the "text" or
 // "content" strings of an array of objects joined by line feeds, or the compact JSON text of
 // anything else. Null and a null pointer give the empty string.

@@ -1,7 +1,8 @@
 #pragma once
 
-// The agent's handle on the service's run-reporting API. Failures are answered as none or false and
-// written to the activity log and the system log here; callers try again later.
+// The agent's handle on the service's run-reporting API. Failures are answered as none or false;
+// what is known of their cause is written here, to the activity log and the system log. Callers
+// try again later.
 
 #include <cstdint>
 #include <memory>

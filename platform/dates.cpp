@@ -12,7 +12,7 @@ namespace {
 std::string formattedDate(TimePoint time) {
   UErrorCode status = U_ZERO_ERROR;
   icu::SimpleDateFormat format(icu::UnicodeString("yyyy-MM-dd"), status);
-  if (U_FAILURE(status)) return {};
+  if (U_FAILURE(status)) return iso8601Milliseconds(time).substr(0, 10);  // no locale data here
   format.adoptTimeZone(icu::TimeZone::createTimeZone("UTC"));
   const auto sinceEpoch =
       std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch());

@@ -1,6 +1,6 @@
 #pragma once
 
-// Dates as text. Pure: the time is handed in.
+// Dates as text; the time is handed in.
 
 #include <chrono>
 #include <string>

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <cstdio>
+#include <exception>
 #include <filesystem>
 #include <system_error>
 
@@ -90,7 +91,12 @@ RangeRead readRange(const std::string& path, std::int64_t offset, std::int64_t l
   if (!file.valid()) return {};
   if (offset < 0) fatal("a stored offset is negative");
   if (::lseek(file.get(), offset, SEEK_SET) < 0) return {.isOpened = true};
-  std::string bytes(static_cast<std::size_t>(length), '\0');
+  std::string bytes;
+  try {
+    bytes.resize(static_cast<std::size_t>(length));
+  } catch (const std::exception&) {  // more than the memory there is
+    return {.isOpened = true};
+  }
   std::size_t filled = 0;
   while (filled < bytes.size()) {
     const ssize_t count = ::read(file.get(), bytes.data() + filled, bytes.size() - filled);

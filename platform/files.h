@@ -24,7 +24,7 @@ std::string unreadable(const std::string& path);
 
 struct RangeRead {
   bool isOpened = false;               // false: nothing there, or no permission to read it
-  std::optional<std::string> bytes{};  // none when seeking or reading failed
+  std::optional<std::string> bytes{};  // none when seeking or reading failed, or memory is short
 };
 
 // Up to `length` bytes of `path` from `offset` on, fewer when the file ends before. An `offset`

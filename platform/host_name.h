@@ -4,8 +4,8 @@
 
 namespace pelmar {
 
-// The computer's name as its user set it, without the ".local" of multicast DNS; empty when
-// there is none.
+// The name that the computer goes by, without the ".local" of multicast DNS; empty when there is
+// none.
 std::string hostName();
 
 }  // namespace pelmar

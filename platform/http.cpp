@@ -80,6 +80,7 @@ std::optional<HeaderList> headerList(const HttpRequest& request) {
   add("Accept:");  // a name alone takes back what libcurl adds by itself
   add("Expect:");
   add("Content-Type:");
+  add("Proxy-Connection:");
   return list;
 }
 
@@ -96,6 +97,9 @@ struct HttpClient::State {
     set(CURLOPT_WRITEFUNCTION, &receive);
     set(CURLOPT_HEADERFUNCTION, &watchHead);
     set(CURLOPT_PREREQFUNCTION, &allowOnce);
+#if LIBCURL_VERSION_NUM >= 0x075700
+    set(CURLOPT_QUICK_EXIT, 1L);  // else a name lookup that hangs holds up the end of the deadline
+#endif
 #if LIBCURL_VERSION_NUM >= 0x075500
     set(CURLOPT_PROTOCOLS_STR, "http,https");
 #else

@@ -2,7 +2,8 @@
 
 // HTTP exchanges over one kept connection (libcurl). Only http and https are spoken, TLS peers are
 // verified, redirects are never followed and nothing is sent but the headers named by the caller
-// and what HTTP/1.1 needs. Not locked: one thread at a time.
+// and what HTTP/1.1 needs. A proxy that the environment names (https_proxy, no_proxy) is used.
+// Not locked: one thread at a time.
 
 #include <chrono>
 #include <memory>
@@ -18,7 +19,7 @@ struct HttpRequest {
   std::string url;
   std::vector<std::pair<std::string, std::string>> headers{};
   std::optional<std::string_view> body{};  // POST when set, else GET; must outlive the exchange
-  std::chrono::milliseconds deadline{};    // for the whole exchange, name lookup included
+  std::chrono::milliseconds deadline{};    // above 0; for all of it, name lookup included
 };
 
 struct HttpExchange {

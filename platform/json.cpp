@@ -50,7 +50,8 @@ constexpr auto kReplaceIllFormed = json::error_handler_t::replace;
 
 std::optional<json> parseJson(std::string_view text, int maxDepth) {
   // The library takes a NUL byte for the end of its input.
-  if (text.find('\0') != std::string_view::npos || isNestedDeeper(text, maxDepth)) return std::nullopt;
+  if (text.find('\0') != std::string_view::npos || isNestedDeeper(text, maxDepth))
+    return std::nullopt;
   json value = json::parse(text.begin(), text.end(), nullptr, /*allow_exceptions=*/false);
   if (value.is_discarded()) return std::nullopt;
   return value;

@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <string>
 #include <vector>
 
 #include "platform/locations.h"
@@ -17,7 +18,9 @@ std::string homeFromPasswordDatabase() {
   while (::getpwuid_r(::getuid(), &entry, buffer.data(), buffer.size(), &found) == ERANGE) {
     buffer.resize(buffer.size() * 2);
   }
-  return found == nullptr || found->pw_dir == nullptr ? std::string() : std::string(found->pw_dir);
+  std::string home = found == nullptr || found->pw_dir == nullptr ? "" : found->pw_dir;
+  while (home.ends_with('/')) home.pop_back();
+  return home;
 }
 
 }  // namespace

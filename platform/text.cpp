@@ -87,7 +87,8 @@ std::string_view firstCharacters(std::string_view text, std::size_t count) {
       icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
   UText* view =
       utext_openUTF8(nullptr, text.data(), static_cast<std::int64_t>(text.size()), &status);
-  std::size_t end = text.size();
+  std::size_t end = count;  // without ICU's rules, which come with it: never more than asked for
+  while (end > 0 && U8_IS_TRAIL(static_cast<std::uint8_t>(text[end]))) --end;
   if (U_SUCCESS(status)) {
     characters->setText(view, status);
     for (std::size_t i = 0; i < count; ++i) {

@@ -50,19 +50,22 @@ def arguments():
 
 
 class LocalService:
-    def __init__(self, folder, build):
+    def __init__(self, folder, build, started):
         self.key = secrets.token_hex(16)
         self.database = folder / "service.db"
         key_file = folder / "service.key"
         key_file.touch(mode=0o600)
         key_file.write_text(self.key)
         self.process = subprocess.Popen(
-            [build / "pelmar-local-service", "--database", self.database, "--key-file", key_file],
+            [build / "pelmar-local-service", "--database", self.database, "--key-file", key_file,
+             "--page", build / "page"],
             stdout=subprocess.PIPE, text=True, start_new_session=True)
+        started.append(self.process)
         first = self.process.stdout.readline().split()
         if len(first) < 3:
             raise Failure("the local service did not start")
         self.url = first[-1]
+        self.page = self.process.stdout.readline().split()[-1]
         self.opener = urllib.request.build_opener(urllib.request.ProxyHandler({}))
 
     def all_of(self, path):
@@ -294,6 +297,7 @@ def show_where(report, root):
     agent = report.agents[0]
     print(f"""
 To look closer, while this runs:
+  in a browser      {report.service.page}
   what arrived      curl -H "X-Pel-Key: $(cat {root}/service.key)" {report.service.url}/api/local/summary
                     (also /api/local/runs, /api/local/requests: docs/local-service.md)
   its database      {report.service.database}
@@ -349,9 +353,9 @@ def main():
     root = pathlib.Path(tempfile.mkdtemp(prefix="pelmar-run-"))
     started = []
     try:
-        service = LocalService(root, chosen.build)
-        started.append(service.process)
-        print(f"The local service listens on {service.url}; nothing is sent anywhere else.")
+        service = LocalService(root, chosen.build, started)
+        print(f"The local service listens on {service.url}; nothing is sent anywhere else.\n"
+              f"See every byte of it in a browser: {service.page}", flush=True)
         report = report_all(chosen, root, service, started)
         if not chosen.once:
             show_where(report, root)

@@ -121,8 +121,10 @@ Database::Database(const std::filesystem::path& file) {
                                       SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
   connection_.reset(connection);
   // Nothing stored here is worth waiting for a disk: losing it to a power cut is fine.
-  if (outcome != SQLITE_OK || !execute("PRAGMA journal_mode = WAL; PRAGMA synchronous = OFF;"
-                                       "PRAGMA busy_timeout = 2000;")) {
+  if (outcome != SQLITE_OK ||
+      !execute(
+          "PRAGMA journal_mode = WAL; PRAGMA synchronous = OFF;"
+          "PRAGMA busy_timeout = 2000; PRAGMA cache_size = -65536; PRAGMA temp_store = MEMORY;")) {
     openError_ = lastError();
     connection_.reset();
   }
@@ -135,6 +137,8 @@ std::string Database::lastError() const {
 bool Database::execute(const char* sql) {
   return sqlite3_exec(connection_.get(), sql, nullptr, nullptr, nullptr) == SQLITE_OK;
 }
+
+bool Database::isInTransaction() const { return sqlite3_get_autocommit(connection_.get()) == 0; }
 
 void Database::Closer::operator()(sqlite3* connection) const { sqlite3_close_v2(connection); }
 

@@ -62,6 +62,9 @@ class Database {
   bool isOpen() const { return connection_ != nullptr; }
   std::string lastError() const;
 
+  // Whether a transaction is open: SQLite ends one by itself when the disk is full.
+  bool isInTransaction() const;
+
   // Runs several statements without parameters.
   bool execute(const char* sql);
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 
 namespace pelmar::service {
 
@@ -75,6 +76,13 @@ bool HttpConnection::finish(Ending ending, const std::string& rawBytes) {
     flush();
   }
   return false;
+}
+
+bool HttpConnection::sendChunk(std::string_view piece) {
+  std::array<char, 20> size{};
+  const auto end = std::to_chars(size.data(), size.data() + size.size(), piece.size(), 16).ptr;
+  unsent_.append(size.data(), end).append("\r\n").append(piece).append("\r\n");
+  return flush();
 }
 
 // Every peer is on this machine; nobody asks for its address.

@@ -9,6 +9,7 @@
 #include <array>
 #include <cstddef>
 #include <string>
+#include <string_view>
 
 #include "service/http_server.h"
 
@@ -28,6 +29,10 @@ class HttpConnection final : public httplib::Stream {
   // Sends what was written, or what `ending` makes of it. False when the connection must
   // not be used any more.
   bool finish(Ending ending, const std::string& rawBytes);
+
+  // A piece of a chunked body, sent at once; the empty one ends it. False when the other side is
+  // gone.
+  bool sendChunk(std::string_view piece);
 
   bool is_readable() const override { return true; }
   bool is_writable() const override { return true; }

@@ -64,8 +64,9 @@ bool isMadeByHttplib(std::string_view name) {
   return std::find(kMade.begin(), kMade.end(), name) != kMade.end();
 }
 
-HttpRequest requestFrom(const httplib::Request& head) {
+HttpRequest requestFrom(const httplib::Request& head, std::uint16_t port) {
   HttpRequest request;
+  request.port = port;
   request.method = head.method;
   request.target = head.target;
   request.path = head.path;
@@ -99,8 +100,17 @@ struct Exchange {
   HttpConnection* connection = nullptr;
   Ending ending = Ending::Answer;
   std::string rawBytes = {};
+  std::function<void(const BodyWriter&)> stream = {};
   bool isLast = false;
 };
+
+std::string streamHead(const HttpReply& reply) {
+  std::string head = "HTTP/1.1 " + std::to_string(reply.status) +
+                     " OK\r\nConnection: close\r\nTransfer-Encoding: chunked\r\nContent-Type: " +
+                     reply.contentType + "\r\n";
+  for (const auto& [name, value] : reply.headers) head += name + ": " + value + "\r\n";
+  return head + "\r\n";
+}
 
 // httplib hands its handlers no connection, but calls them on the connection's thread.
 thread_local Exchange currentExchange;
@@ -184,13 +194,19 @@ class HttpServer::Listener final : public httplib::Server {
       bool isClosed = false;
       const bool isAnswered = process_request(connection, false, isClosed, nullptr);
       const bool isUsable = connection.finish(currentExchange.ending, currentExchange.rawBytes);
+      if (currentExchange.stream) {
+        currentExchange.stream(
+            [&](std::string_view piece) { return piece.empty() || connection.sendChunk(piece); });
+        connection.sendChunk({});
+        return;
+      }
       if (!isAnswered || isClosed || !isUsable || currentExchange.isLast) return;
     }
   }
 
   void answer(const httplib::Request& head, httplib::Response& response) {
     Exchange& exchange = currentExchange;
-    HttpRequest request = requestFrom(head);
+    HttpRequest request = requestFrom(head, port_);
     bool isWhole = !bodyIsAnnounced(request);
     HttpReply reply = handler_(request, [&] {
       const std::optional<int> refusal = readBody(*exchange.connection, request);
@@ -198,13 +214,20 @@ class HttpServer::Listener final : public httplib::Server {
       return refusal;
     });
     exchange.ending = wait(reply);
+    if (reply.stream) {
+      exchange.ending = Ending::RawBytes;
+      exchange.rawBytes = streamHead(reply);
+      exchange.stream = std::move(reply.stream);
+      return;
+    }
     if (exchange.ending == Ending::RawBytes) {
       exchange.rawBytes = std::move(reply.body);
       return;
     }
     response.status = reply.status;
     if (!reply.location.empty()) response.set_header("Location", reply.location);
-    response.set_content(reply.body, "application/json");
+    for (const auto& [name, value] : reply.headers) response.set_header(name, value);
+    response.set_content(reply.body, reply.contentType);
     // What is left of the body would be taken for the next request.
     exchange.isLast = !isWhole;
   }

@@ -27,7 +27,8 @@ struct HttpRequest {
   std::string target;  // as sent, with the query
   std::string path;    // percent-decoded, without the query
   std::map<std::string, std::string> query;
-  HttpHeaders headers;  // as sent, ordered by name
+  HttpHeaders headers;     // as sent, ordered by name
+  std::uint16_t port = 0;  // the server's own
   std::string body;
 
   // The first header of that name in any case, or the empty string.
@@ -43,10 +44,18 @@ enum class Ending {
   NoAnswer,    // as Drop, but only when the server stops
 };
 
+// Sends a piece of a streamed body at once; false when the other side is gone.
+using BodyWriter = std::function<bool(std::string_view)>;
+
 struct HttpReply {
   int status = 200;
-  std::string body = {};  // JSON text unless the ending is RawBytes
+  std::string body = {};  // JSON text unless the type or the ending says otherwise
   std::string location = {};
+  std::string contentType = "application/json";
+  HttpHeaders headers = {};
+  // When set, writes the body in pieces, on the connection's thread, in place of `body`. It has
+  // to return soon after stop() was called.
+  std::function<void(const BodyWriter&)> stream = {};
   Ending ending = Ending::Answer;
   std::chrono::milliseconds delay{0};  // waited before anything is sent
 };

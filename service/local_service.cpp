@@ -2,8 +2,13 @@
 
 #include <condition_variable>
 #include <mutex>
+#include <thread>
 #include <utility>
 
+#include "service/access.h"
+#include "service/exports.h"
+#include "service/page_api.h"
+#include "service/page_files.h"
 #include "service/queries.h"
 #include "service/query_api.h"
 #include "service/replies.h"
@@ -24,6 +29,15 @@ json maskedHeaders(const HttpRequest& request) {
   return headers;
 }
 
+// How long what was answered may wait to be seen by other readers of the file.
+constexpr auto kFlushInterval = std::chrono::milliseconds(50);
+
+// Between two messages to a page: it asks again after each.
+constexpr auto kChangesInterval = std::chrono::milliseconds(250);
+
+// A page that is gone is noticed by writing to it.
+constexpr auto kSignOfLifeInterval = std::chrono::seconds(15);
+
 bool isAnswered(Ending ending) { return ending != Ending::Drop && ending != Ending::NoAnswer; }
 
 }  // namespace
@@ -35,12 +49,20 @@ class LocalService::Desk {
       : options_(std::move(options)),
         store_(std::move(store)),
         queries_(store_->database()),
-        api_(*store_) {}
+        pageQueries_(store_->database()),
+        api_(*store_),
+        files_(options_.page),
+        flusher_([this] { flushInTime(); }) {}
+
+  ~Desk() { stop(); }
 
   HttpReply handle(HttpRequest& request, const HttpServer::BodyReader& readBody) {
+    if (const auto fault = foreignness(request)) return errorReply(403, *fault);
+    if (auto file = files_.answer(request)) return *std::move(file);
     if (isQueryPath(request.path)) {
-      const std::lock_guard lock(mutex_);
-      return hasKey(request) ? answerQuery(request, *store_, queries_) : wrongKey();
+      HttpReply reply = mayQuery(request) ? answerAnyQuery(request) : wrongKey();
+      for (auto& header : protectiveHeaders()) reply.headers.push_back(std::move(header));
+      return reply;
     }
     const std::optional<Script> script = takeScript(request.path);
     // Without the lock: a slow sender must not hold up the others.
@@ -63,6 +85,23 @@ class LocalService::Desk {
     }
   }
 
+  // Ends the streams, so that the server can stop.
+  void breakOffStreams() {
+    const std::lock_guard lock(mutex_);
+    isStopping_ = true;
+    wakeUp_.notify_all();
+    flushing_.notify_all();
+  }
+
+  void stop() {
+    breakOffStreams();
+    if (flusher_.joinable()) flusher_.join();
+    const std::lock_guard lock(mutex_);
+    store_->flush();
+  }
+
+  const std::string& token() const { return token_; }
+
   // Runs `read` while nothing else happens.
   template <typename Read>
   auto locked(Read read) {
@@ -82,6 +121,55 @@ class LocalService::Desk {
     return request.header("X-Pel-Key") == options_.key;
   }
 
+  bool mayQuery(const HttpRequest& request) const {
+    const auto token = request.query.find("token");
+    return hasKey(request) || (token != request.query.end() && token->second == token_);
+  }
+
+  HttpReply answerAnyQuery(const HttpRequest& request) {
+    if (request.path == "/api/local/changes") return changes();
+    const auto locked = [this](const std::function<void()>& read) {
+      const std::lock_guard lock(mutex_);
+      read();
+    };
+    if (auto answer = answerExport(request, pageQueries_, locked)) return *std::move(answer);
+    const std::lock_guard lock(mutex_);
+    if (auto answer = answerPageQuery(request, pageQueries_, utcDay(options_.now()))) {
+      return *std::move(answer);
+    }
+    return answerQuery(request, *store_, queries_);
+  }
+
+  // Server-sent events: how many requests were handled, at once and whenever there are more.
+  HttpReply changes() {
+    HttpReply reply{.contentType = "text/event-stream"};
+    reply.stream = [this](const BodyWriter& write) {
+      std::unique_lock lock(mutex_);
+      std::optional<std::uint64_t> told;
+      while (!isStopping_) {
+        const bool isNews = told != handled_;
+        told = handled_;
+        lock.unlock();
+        const std::string message = "data: " + std::to_string(*told) + "\n\n";
+        if (!write(isNews ? message : ": still here\n\n")) return;
+        lock.lock();
+        wakeUp_.wait_for(lock, kChangesInterval, [this] { return isStopping_; });
+        wakeUp_.wait_for(lock, kSignOfLifeInterval,
+                         [&] { return isStopping_ || told != handled_; });
+      }
+    };
+    return reply;
+  }
+
+  void flushInTime() {
+    std::unique_lock lock(mutex_);
+    while (!isStopping_) {
+      flushing_.wait(lock, [this] { return isStopping_ || store_->isUnflushed(); });
+      flushing_.wait_for(lock, kFlushInterval, [this] { return isStopping_; });
+      store_->flush();
+    }
+  }
+
   std::optional<Script> takeScript(std::string_view path) {
     const std::lock_guard lock(mutex_);
     return scripts_.take(path);
@@ -91,7 +179,9 @@ class LocalService::Desk {
                            std::optional<int> refusal) {
     const auto begun = SteadyClock::now();
     const TimePoint now = options_.now();
-    store_->begin();
+    const bool wasUnflushed = store_->isUnflushed();
+    if (!store_->begin()) return errorReply(500, "the database refused the request");
+    if (!wasUnflushed) flushing_.notify_one();
     HttpReply reply = answer(request, script, refusal, now);
     const bool mayStand = reply.status != 500 || (script && !script->isProcessed);
     if (!mayStand) {
@@ -138,18 +228,24 @@ class LocalService::Desk {
   LocalServiceOptions options_;
   std::mutex mutex_;
   std::condition_variable wakeUp_;
+  std::condition_variable flushing_;
   std::uint64_t handled_ = 0;
+  bool isStopping_ = false;
   std::unique_ptr<Store> store_;
   Queries queries_;
+  PageQueries pageQueries_;
   ObserveApi api_;
   ScriptBook scripts_;
   std::vector<ReceivedRequest> received_;
+  const PageFiles files_;
+  const std::string token_ = newToken();
+  std::thread flusher_;  // last: it uses all of the above
 };
 
 LocalService::LocalService(std::unique_ptr<Desk> desk, std::unique_ptr<HttpServer> server)
     : desk_(std::move(desk)), server_(std::move(server)) {}
 
-LocalService::~LocalService() = default;
+LocalService::~LocalService() { stop(); }
 
 std::unique_ptr<LocalService> LocalService::start(LocalServiceOptions options, std::string& error) {
   auto store = Store::open(options.database, error);
@@ -174,6 +270,8 @@ std::string LocalService::url() const {
   return "http://127.0.0.1:" + std::to_string(server_->port());
 }
 
+std::string LocalService::pageUrl() const { return url() + "/?token=" + desk_->token(); }
+
 void LocalService::registerDevice(Device device) {
   desk_->locked([&](Desk& desk) { desk.api().registerDevice(std::move(device)); });
 }
@@ -187,7 +285,11 @@ void LocalService::clearScripts() {
   desk_->locked([](Desk& desk) { desk.scripts().clear(); });
 }
 
-void LocalService::stop() { server_->stop(); }
+void LocalService::stop() {
+  desk_->breakOffStreams();
+  server_->stop();
+  desk_->stop();
+}
 
 bool LocalService::waitFor(const std::function<bool()>& predicate,
                            std::chrono::milliseconds limit) {

@@ -26,6 +26,7 @@ struct LocalServiceOptions {
   std::string key;         // what X-Pel-Key must hold
   std::uint16_t port = 0;  // 0: the system chooses
   std::function<TimePoint()> now = std::chrono::system_clock::now;
+  std::filesystem::path page = {};  // the built page's folder; empty: no page
   // Keeps every request in memory, unmasked. For tests: it grows without limit.
   bool remembersRequests = false;
 };
@@ -46,6 +47,9 @@ class LocalService {
   LocalService& operator=(const LocalService&) = delete;
 
   std::string url() const;  // "http://127.0.0.1:<port>"
+
+  // The page's address, with the token that lets it query. Whoever has it can read everything.
+  std::string pageUrl() const;
 
   void registerDevice(Device device);
 

@@ -16,7 +16,7 @@ namespace {
 
 constexpr const char* kUsage =
     "usage: pelmar-local-service --database FILE --key-file FILE [--port N]\n"
-    "                            [--agent-config FILE]\n";
+    "                            [--agent-config FILE] [--page FOLDER]\n";
 
 struct Arguments {
   pelmar::service::LocalServiceOptions options = {};
@@ -46,6 +46,8 @@ std::optional<std::string> parseArguments(int count, char** values, Arguments& a
       arguments.keyFile = value;
     } else if (name == "--agent-config") {
       arguments.agentConfigFile = value;
+    } else if (name == "--page") {
+      arguments.options.page = value;
     } else if (name != "--port") {
       return name + " is unknown";
     } else if (!parsePort(value, arguments.options.port)) {
@@ -106,7 +108,7 @@ int serve(int count, char** values) {
   if (!arguments.agentConfigFile.empty() && !registerDevices(arguments.agentConfigFile, *service)) {
     return complain("cannot read devices from " + arguments.agentConfigFile);
   }
-  std::printf("listening on %s\n", service->url().c_str());
+  std::printf("listening on %s\npage at %s\n", service->url().c_str(), service->pageUrl().c_str());
   std::fflush(stdout);
 
   int signal = 0;

@@ -33,20 +33,20 @@ Queries::Queries(Database& database)
           "SELECT (SELECT count(*) FROM runs) AS runs, (SELECT count(*) FROM steps) AS steps, "
           "(SELECT count(*) FROM llm_calls) AS llm_calls, "
           "(SELECT count(*) FROM heartbeats) AS heartbeats, "
-          "(SELECT count(*) FROM requests) AS requests, "
-          "(SELECT coalesce(sum(body_bytes), 0) FROM requests) AS bytes_received")),
+          "coalesce(sum(count), 0) AS requests, coalesce(sum(second_sum), 0) AS bytes_received "
+          "FROM minutes WHERE measure = 'request'")),
       stepsByName_(database.prepare(
           "SELECT step_name AS name, count(*) AS count FROM steps GROUP BY step_name")),
-      stepsByKind_(
-          database.prepare("SELECT kind AS name, count(*) AS count FROM steps GROUP BY kind")),
+      stepsByKind_(database.prepare("SELECT name, sum(count) AS count FROM minutes "
+                                    "WHERE measure = 'event' GROUP BY name")),
       llmCallsByModel_(
-          database.prepare("SELECT model, count(*) AS calls, sum(tokens_in) AS tokens_in, "
-                           "sum(tokens_out) AS tokens_out FROM llm_calls GROUP BY model")),
+          database.prepare("SELECT name AS model, sum(count) AS calls, sum(first_sum) AS "
+                           "tokens_in, sum(second_sum) AS tokens_out FROM minutes "
+                           "WHERE measure = 'tokens' GROUP BY name")),
       completionsByStatus_(database.prepare(
           "SELECT status AS name, count(*) AS count FROM completions GROUP BY status")),
-      requestsByStatus_(
-          database.prepare("SELECT CAST(status AS TEXT) AS name, count(*) AS count FROM requests "
-                           "GROUP BY status")) {}
+      requestsByStatus_(database.prepare("SELECT name, sum(count) AS count FROM minutes "
+                                         "WHERE measure = 'request' GROUP BY name")) {}
 
 json Queries::summary() {
   const std::vector<json> totals = totals_.rows();

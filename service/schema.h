@@ -3,6 +3,8 @@
 // The tables of the local service's database, made when they are missing. The columns are
 // documented in docs/local-service.md. "JSON TEXT" marks JSON text, see kJsonColumnType.
 
+#include <cstdint>
+
 namespace pelmar::service {
 
 inline constexpr const char* kSchema = R"sql(
@@ -84,6 +86,69 @@ CREATE TABLE IF NOT EXISTS requests (
   headers JSON TEXT NOT NULL,
   body TEXT NOT NULL
 );
+CREATE INDEX IF NOT EXISTS requests_by_path ON requests (path, body_bytes);
+CREATE INDEX IF NOT EXISTS heartbeats_of_agent ON heartbeats (agent_slug);
+
+-- What follows repeats the above in a form that is quick to ask, kept up with every request.
+
+CREATE TABLE IF NOT EXISTS step_facts (
+  id INTEGER PRIMARY KEY,
+  run INTEGER NOT NULL,
+  request INTEGER NOT NULL,
+  place INTEGER NOT NULL,
+  position INTEGER NOT NULL,
+  turn INTEGER NOT NULL,
+  is_error INTEGER NOT NULL,
+  bytes INTEGER NOT NULL,
+  digest INTEGER NOT NULL,
+  tokens_in INTEGER,
+  tokens_out INTEGER,
+  kind TEXT NOT NULL,
+  session_id TEXT NOT NULL,
+  timestamp TEXT NOT NULL,
+  tool_name TEXT NOT NULL,
+  tool_use_id TEXT NOT NULL,
+  preview TEXT NOT NULL
+);
+CREATE INDEX IF NOT EXISTS facts_of_run ON step_facts (run);
+CREATE INDEX IF NOT EXISTS facts_of_kind ON step_facts (run, kind);
+CREATE INDEX IF NOT EXISTS facts_of_session ON step_facts (run, session_id);
+CREATE INDEX IF NOT EXISTS facts_of_tool_use ON step_facts (tool_use_id) WHERE tool_use_id <> '';
+
+CREATE TABLE IF NOT EXISTS run_totals (
+  run INTEGER PRIMARY KEY,
+  steps INTEGER NOT NULL,
+  errors INTEGER NOT NULL,
+  llm_calls INTEGER NOT NULL,
+  tokens_in INTEGER NOT NULL,
+  tokens_out INTEGER NOT NULL,
+  first_event TEXT,
+  last_event TEXT
+);
+
+CREATE TABLE IF NOT EXISTS free_text (
+  run INTEGER NOT NULL,
+  kind TEXT NOT NULL,
+  field TEXT NOT NULL,
+  category TEXT NOT NULL,
+  count INTEGER NOT NULL,
+  bytes INTEGER NOT NULL,
+  PRIMARY KEY (run, kind, field)
+) WITHOUT ROWID;
+
+CREATE TABLE IF NOT EXISTS minutes (
+  minute TEXT NOT NULL,
+  measure TEXT NOT NULL,
+  name TEXT NOT NULL,
+  count INTEGER NOT NULL,
+  first_sum INTEGER NOT NULL,
+  second_sum INTEGER NOT NULL,
+  peak INTEGER NOT NULL,
+  PRIMARY KEY (minute, measure, name)
+) WITHOUT ROWID;
 )sql";
+
+// Raised when the tables change: a database of another version is refused, not misread.
+inline constexpr std::int64_t kSchemaVersion = 1;
 
 }  // namespace pelmar::service

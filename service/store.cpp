@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "service/schema.h"
+#include "service/step_facts.h"
 
 namespace pelmar::service {
 namespace {
@@ -37,13 +38,32 @@ std::int64_t integerOf(const json& object, const char* key) {
   return exactInteger(object.at(key)).value_or(0);
 }
 
+// True also of a file without any table.
+bool isOfThisVersion(Database& database) {
+  const auto row = firstOf(
+      database
+          .prepare("SELECT user_version AS version, (SELECT count(*) FROM sqlite_master) AS "
+                   "tables FROM pragma_user_version")
+          .rows());
+  return !row || row->at("version") == kSchemaVersion || row->at("tables") == 0;
+}
+
 }  // namespace
 
 std::string utcDay(TimePoint time) { return iso8601Milliseconds(time).substr(0, 10); }
 
 std::unique_ptr<Store> Store::open(const std::filesystem::path& file, std::string& error) {
   Database database(file);
-  if (!database.isOpen() || !database.execute(kSchema)) {
+  if (!database.isOpen()) {
+    error = database.lastError();
+    return nullptr;
+  }
+  if (!isOfThisVersion(database)) {
+    error = "the file holds tables of another version";
+    return nullptr;
+  }
+  if (!database.execute(kSchema) ||
+      !database.execute(("PRAGMA user_version = " + std::to_string(kSchemaVersion)).c_str())) {
     error = database.lastError();
     return nullptr;
   }
@@ -55,9 +75,14 @@ std::unique_ptr<Store> Store::open(const std::filesystem::path& file, std::strin
 
 Store::Store(Database database)
     : database_(std::move(database)),
+      tallies_(database_),
       begin_(database_.prepare("BEGIN IMMEDIATE")),
+      savepoint_(database_.prepare("SAVEPOINT request")),
+      release_(database_.prepare("RELEASE request")),
+      rollbackTo_(database_.prepare("ROLLBACK TO request")),
       commit_(database_.prepare("COMMIT")),
       rollback_(database_.prepare("ROLLBACK")),
+      lastRequest_(database_.prepare("SELECT coalesce(max(id), 0) AS id FROM requests")),
       findRun_(database_.prepare("SELECT * FROM runs WHERE run_id = ?")),
       findDailyRun_(database_.prepare(
           "SELECT * FROM runs WHERE kind = 'daily' AND agent_slug = ? AND date = ?")),
@@ -83,11 +108,42 @@ Store::Store(Database database)
 
 bool Store::isPrepared() const {
   for (const Statement* statement :
-       {&begin_, &commit_, &rollback_, &findRun_, &findDailyRun_, &addRun_, &addStep_, &addLlmCall_,
-        &addCompletion_, &addHeartbeat_, &addRequest_}) {
+       {&begin_, &savepoint_, &release_, &rollbackTo_, &commit_, &rollback_, &lastRequest_,
+        &findRun_, &findDailyRun_, &addRun_, &addStep_, &addLlmCall_, &addCompletion_,
+        &addHeartbeat_, &addRequest_}) {
     if (!statement->isPrepared()) return false;
   }
-  return true;
+  return tallies_.isPrepared();
+}
+
+bool Store::begin() {
+  if (grouped_ >= kGroupLimit) flush();
+  if (!database_.isInTransaction()) {
+    if (!begin_.run()) return false;
+    grouped_ = 0;
+  }
+  ++grouped_;
+  return savepoint_.run();
+}
+
+void Store::rollback() {
+  rollbackTo_.run();
+  release_.run();
+}
+
+void Store::flush() {
+  if (database_.isInTransaction() && !commit_.run()) rollback_.run();
+}
+
+std::int64_t Store::rowOfRun(std::string_view runId) {
+  const auto run = findRun(runId);
+  return run ? run->at("id").get<std::int64_t>() : 0;
+}
+
+// The row that the request under way will get: rows are never deleted.
+std::int64_t Store::nextRequest() {
+  const auto last = firstOf(lastRequest_.rows());
+  return (last ? last->at("id").get<std::int64_t>() : 0) + 1;
 }
 
 std::optional<json> Store::findRun(std::string_view runId) {
@@ -101,12 +157,19 @@ std::optional<json> Store::findDailyRun(std::string_view agentSlug, std::string_
 bool Store::addRun(json& run, const json& body) {
   run["run_id"] = randomUuid();
   run["workflow_id"] = randomUuid();
-  return addRun_.run({textOf(run, "run_id"), textOf(run, "workflow_id"), textOf(run, "kind"),
-                      textOf(body, "agent_slug"), textOf(run, "agent_name"),
-                      textOf(body, "workflow_name"), textOf(body, "session_id"),
-                      textOf(run, "date"), textOf(run, "started_at"),
-                      compactJson(body.value("inputs", json::object())),
-                      compactJson(body.value("metadata", json::object()))});
+  const json inputs = body.value("inputs", json::object());
+  const json metadata = body.value("metadata", json::object());
+  if (!addRun_.run({textOf(run, "run_id"), textOf(run, "workflow_id"), textOf(run, "kind"),
+                    textOf(body, "agent_slug"), textOf(run, "agent_name"),
+                    textOf(body, "workflow_name"), textOf(body, "session_id"), textOf(run, "date"),
+                    textOf(run, "started_at"), compactJson(inputs), compactJson(metadata)})) {
+    return false;
+  }
+  const std::int64_t row = rowOfRun(textOf(run, "run_id"));
+  return (inputs.empty() ||
+          tallies_.addFreeText(row, "run start", "inputs", "other", freeTextBytes(inputs))) &&
+         (metadata.empty() ||
+          tallies_.addFreeText(row, "run start", "metadata", "other", freeTextBytes(metadata)));
 }
 
 bool Store::addDailyRun(const json& body, TimePoint now, json& run) {
@@ -127,26 +190,36 @@ bool Store::addSessionRun(const json& body, TimePoint now, json& run) {
 
 bool Store::addSteps(std::string_view runId, const json& body, TimePoint now) {
   const std::string receivedAt = iso8601Milliseconds(now);
+  StoredStep stored{.run = rowOfRun(runId), .request = nextRequest(), .receivedAt = receivedAt};
   for (const json& step : body.at("steps")) {
     const json& output = step.at("output");
-    if (!addStep_.run({runId, integerOf(step, "position"), textOf(step, "step_name"),
-                       textOf(output, "kind"), textOf(output, "session_id"),
-                       textOf(output, "timestamp"), textOf(body, "hardware_uuid"),
-                       compactJson(output), receivedAt})) {
+    const std::string text = compactJson(output);
+    stored.position = integerOf(step, "position");
+    stored.kind = textOf(output, "kind");
+    stored.sessionId = textOf(output, "session_id");
+    stored.timestamp = textOf(output, "timestamp");
+    stored.outputText = text;
+    if (!addStep_.run({runId, stored.position, textOf(step, "step_name"), stored.kind,
+                       stored.sessionId, stored.timestamp, textOf(body, "hardware_uuid"), text,
+                       receivedAt}) ||
+        !tallies_.addStep(stored, output)) {
       return false;
     }
+    ++stored.place;
   }
   return true;
 }
 
 bool Store::addLlmCalls(std::string_view runId, const json& body, TimePoint now) {
   const std::string receivedAt = iso8601Milliseconds(now);
+  const std::int64_t run = rowOfRun(runId);
   for (const json& call : body.at("calls")) {
     if (!addLlmCall_.run({runId, textOf(call, "model"), integerOf(call, "tokens_in"),
                           integerOf(call, "tokens_out"), call.at("cost").get<double>(),
                           textOf(call, "task"), textOf(call, "prompt_preview"),
                           textOf(call, "response_preview"), textOf(body, "hardware_uuid"),
-                          receivedAt})) {
+                          receivedAt}) ||
+        !tallies_.addLlmCall(run, call, receivedAt)) {
       return false;
     }
   }
@@ -154,9 +227,17 @@ bool Store::addLlmCalls(std::string_view runId, const json& body, TimePoint now)
 }
 
 bool Store::addCompletion(std::string_view runId, const json& body, TimePoint now) {
-  return addCompletion_.run({runId, textOf(body, "status"), compactJson(body.at("result")),
-                             textOf(body, "error"), compactJson(body.at("steps")),
-                             iso8601Milliseconds(now)});
+  if (!addCompletion_.run({runId, textOf(body, "status"), compactJson(body.at("result")),
+                           textOf(body, "error"), compactJson(body.at("steps")),
+                           iso8601Milliseconds(now)})) {
+    return false;
+  }
+  const std::int64_t run = rowOfRun(runId);
+  for (const char* field : {"result", "error", "steps"}) {
+    const std::int64_t bytes = freeTextBytes(body.at(field));
+    if (bytes > 0 && !tallies_.addFreeText(run, "completion", field, "other", bytes)) return false;
+  }
+  return true;
 }
 
 bool Store::addHeartbeat(std::string_view agentSlug, const json& body, TimePoint now) {
@@ -165,11 +246,13 @@ bool Store::addHeartbeat(std::string_view agentSlug, const json& body, TimePoint
 }
 
 bool Store::addRequest(const RequestRecord& request) {
-  return addRequest_.run({iso8601Milliseconds(request.receivedAt), request.method, request.target,
-                          std::int64_t{request.status},
-                          static_cast<std::int64_t>(request.body.size()), request.answerBytes,
-                          std::int64_t{request.duration.count()}, compactJson(request.headers),
-                          request.body});
+  const std::string receivedAt = iso8601Milliseconds(request.receivedAt);
+  const auto bodyBytes = static_cast<std::int64_t>(request.body.size());
+  const std::int64_t duration{request.duration.count()};
+  return addRequest_.run({receivedAt, request.method, request.target, std::int64_t{request.status},
+                          bodyBytes, request.answerBytes, duration, compactJson(request.headers),
+                          request.body}) &&
+         tallies_.addRequest(receivedAt, request.status, bodyBytes, duration);
 }
 
 }  // namespace pelmar::service

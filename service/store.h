@@ -1,7 +1,8 @@
 #pragma once
 
 // Store keeps what agents reported, exactly as often as it came: it never drops a double,
-// because seeing one is the point. Every request is one transaction.
+// because seeing one is the point. A request is stored whole or not at all; requests share
+// transactions, which are what a write costs most by.
 // Not locked: one user at a time.
 
 #include <chrono>
@@ -15,6 +16,7 @@
 #include "platform/dates.h"
 #include "platform/json.h"
 #include "service/database.h"
+#include "service/tallies.h"
 
 namespace pelmar::service {
 
@@ -38,9 +40,16 @@ class Store {
   // Null when the file cannot be opened or is no database of this service; `error` says why.
   static std::unique_ptr<Store> open(const std::filesystem::path& file, std::string& error);
 
-  bool begin() { return begin_.run(); }
-  bool commit() { return commit_.run(); }
-  void rollback() { rollback_.run(); }
+  // Around a request. What is stored between can be read at once on this connection, and by
+  // others after flush().
+  bool begin();
+  bool commit() { return release_.run(); }
+  void rollback();
+
+  // Ends the transaction that the requests so far share, if there is one. Called at least every
+  // kGroupLimit requests by begin() itself.
+  void flush();
+  bool isUnflushed() const { return database_.isInTransaction(); }
 
   // The stored run, an object of its columns, or none.
   std::optional<json> findRun(std::string_view runId);
@@ -61,13 +70,23 @@ class Store {
  private:
   explicit Store(Database database);
 
+  static constexpr int kGroupLimit = 100;
+
   bool isPrepared() const;
   bool addRun(json& run, const json& body);
+  std::int64_t rowOfRun(std::string_view runId);
+  std::int64_t nextRequest();
 
   Database database_;
+  Tallies tallies_;
+  int grouped_ = 0;
   Statement begin_;
+  Statement savepoint_;
+  Statement release_;
+  Statement rollbackTo_;
   Statement commit_;
   Statement rollback_;
+  Statement lastRequest_;
   Statement findRun_;
   Statement findDailyRun_;
   Statement addRun_;

@@ -5,7 +5,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <filesystem>
+#include <limits>
 
 #include "tests/support/open_descriptors.h"
 #include "tests/support/temp_root.h"
@@ -133,6 +135,12 @@ TEST_F(ReadRange, TellsAMissingFileFromOneThatCannotBeRead) {
   EXPECT_EQ(folder.bytes, std::nullopt);
 }
 
+TEST_F(ReadRange, MoreThanMemoryHoldsIsAFailedRead) {
+  writeFile(below("file"), "0123456789");
+  const auto read = readRange(below("file"), 0, std::numeric_limits<std::int64_t>::max());
+  EXPECT_TRUE(read.isOpened);
+  EXPECT_EQ(read.bytes, std::nullopt);
+}
 TEST_F(ReadRange, DoesNotWaitForTheWriterOfAFifo) {
   EXPECT_EQ(readRange(fifo(), 0, 10).bytes, std::nullopt);
 }

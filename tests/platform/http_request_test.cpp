@@ -8,6 +8,7 @@
 #include <string>
 
 #include "platform/http.h"
+#include "tests/support/environment_variable.h"
 #include "tests/support/raw_server.h"
 
 namespace pelmar {
@@ -42,6 +43,17 @@ TEST(HttpRequest, GetSendsTheNamedHeadersAndNoOther) {
                 "X-First: one\r\n"
                 "X-Second: two words\r\n"
                 "\r\n");
+}
+
+TEST(HttpRequest, AProxyOfTheEnvironmentGetsNoHeaderOfItsOwn) {
+  RawServer proxy({answering("200 OK", "")});
+  const test::EnvironmentVariable use("http_proxy", proxy.url());
+  HttpClient().send({.url = "http://service.example/path", .deadline = kDeadline});
+  ASSERT_EQ(proxy.requests().size(), 1U);
+  EXPECT_EQ(proxy.requests()[0].bytes,
+            "GET http://service.example/path HTTP/1.1\r\n"
+            "Host: service.example\r\n"
+            "\r\n");
 }
 
 TEST(HttpRequest, PostSendsTheNamedHeadersTheLengthAndTheBody) {

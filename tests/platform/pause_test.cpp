@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <limits>
 
 namespace pelmar {
@@ -19,6 +20,12 @@ TEST(PauseFor, ReturnsFromTheShortestPauses) {
   for (const double seconds : {std::numeric_limits<double>::denorm_min(), 1e-12, 1e-9, 1e-3}) {
     pauseFor(seconds);
   }
+}
+
+TEST(PauseFor, LastsAtLeastAsLongAsItIsAskedTo) {
+  const auto begin = std::chrono::steady_clock::now();
+  pauseFor(0.05);
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(50));
 }
 
 }  // namespace

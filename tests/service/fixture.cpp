@@ -33,20 +33,23 @@ Client::~Client() { ::close(socket_); }
 
 void Client::send(const std::string& bytes) { ::send(socket_, bytes.data(), bytes.size(), 0); }
 
-std::string Client::readToEnd() {
-  std::string text;
+std::string Client::readUntil(const std::string& text) {
+  std::string all;
   std::array<char, 4096> buffer{};
   ssize_t count = 0;
-  while ((count = ::recv(socket_, buffer.data(), buffer.size(), 0)) > 0) {
-    text.append(buffer.data(), static_cast<std::size_t>(count));
+  while ((text.empty() || all.find(text) == std::string::npos) &&
+         (count = ::recv(socket_, buffer.data(), buffer.size(), 0)) > 0) {
+    all.append(buffer.data(), static_cast<std::size_t>(count));
   }
-  return text;
+  return all;
 }
 
-std::string requestText(const std::string& method, const std::string& target,
-                        const std::string& body, const std::string& headers) {
-  return method + " " + target + " HTTP/1.1\r\nHost: localhost\r\n" + headers +
-         "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+std::string Client::readToEnd() { return readUntil(""); }
+
+std::string requestTo(const std::string& url, const std::string& method, const std::string& target,
+                      const std::string& body, const std::string& headers) {
+  return method + " " + target + " HTTP/1.1\r\nHost: " + url.substr(url.rfind('/') + 1) + "\r\n" +
+         headers + "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
 }
 
 json stepNumbered(int position) {
@@ -75,6 +78,11 @@ ServiceTest::ServiceTest() {
                                   .remembersRequests = true},
                                  error);
   EXPECT_NE(service_, nullptr) << error;
+}
+
+std::string ServiceTest::requestText(const std::string& method, const std::string& target,
+                                     const std::string& body, const std::string& headers) {
+  return requestTo(service_->url(), method, target, body, headers);
 }
 
 Answer ServiceTest::exchange(const std::string& text) {

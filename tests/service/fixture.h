@@ -43,6 +43,9 @@ class Client {
 
   void send(const std::string& bytes);
 
+  // All that comes until `text` came or the other side closes.
+  std::string readUntil(const std::string& text);
+
   // All that comes until the other side closes.
   std::string readToEnd();
 
@@ -58,8 +61,9 @@ struct Answer {
   json value() const { return parseJson(body).value_or(nullptr); }
 };
 
-std::string requestText(const std::string& method, const std::string& target,
-                        const std::string& body, const std::string& headers);
+// `url` is the service's: its authority is the Host.
+std::string requestTo(const std::string& url, const std::string& method, const std::string& target,
+                      const std::string& body, const std::string& headers);
 
 json stepNumbered(int position);
 json stepsBody(int count);
@@ -68,6 +72,9 @@ json stepsBody(int count);
 class ServiceTest : public testing::Test {
  protected:
   ServiceTest();
+
+  std::string requestText(const std::string& method, const std::string& target,
+                          const std::string& body, const std::string& headers);
 
   // One exchange on a connection of its own.
   Answer exchange(const std::string& text);

@@ -29,8 +29,8 @@ int answersIn(const std::string& text) {
 TEST_F(HttpServerTest, AnswersManyRequestsOnOneConnection) {
   Client client = connect();
   std::string all;
-  for (int i = 0; i < 99; ++i) all += requestText("POST", "/", "x", "");
-  client.send(all + requestText("POST", "/", "last", "Connection: close\r\n"));
+  for (int i = 0; i < 99; ++i) all += requestTo("http://h", "POST", "/", "x", "");
+  client.send(all + requestTo("http://h", "POST", "/", "last", "Connection: close\r\n"));
   const std::string text = client.readToEnd();
   EXPECT_EQ(answersIn(text), 100);
   EXPECT_EQ(text.substr(text.size() - 4), "last");
@@ -39,16 +39,17 @@ TEST_F(HttpServerTest, AnswersManyRequestsOnOneConnection) {
 TEST_F(HttpServerTest, ReadsABodyOfManyPiecesWhateverItsContentType) {
   Client client = connect();
   const std::string body(3 << 20, 'b');
-  client.send(requestText("POST", "/", body,
-                          "Connection: close\r\n"
-                          "Content-Type: application/x-www-form-urlencoded\r\n"));
+  client.send(requestTo("http://h", "POST", "/", body,
+                        "Connection: close\r\n"
+                        "Content-Type: application/x-www-form-urlencoded\r\n"));
   const std::string text = client.readToEnd();
   EXPECT_EQ(text.substr(text.find("\r\n\r\n") + 4), body);
 }
 
 TEST_F(HttpServerTest, LetsASenderContinueWhoAsks) {
   Client client = connect();
-  client.send(requestText("POST", "/", "", "Connection: close\r\nExpect: 100-continue\r\n"));
+  client.send(
+      requestTo("http://h", "POST", "/", "", "Connection: close\r\nExpect: 100-continue\r\n"));
   const std::string text = client.readToEnd();
   EXPECT_EQ(text.rfind("HTTP/1.1 100", 0), 0U);
   EXPECT_EQ(answersIn(text), 1);

@@ -170,6 +170,8 @@ TEST_F(LocalServiceTest, AnswersAnErrorAndKeepsNothingWhenTheDatabaseRefuses) {
   const std::string path = stepsPath(newRun());
   sqlite3* other = nullptr;
   ASSERT_EQ(sqlite3_open((folder_ / "service.db").c_str(), &other), SQLITE_OK);
+  // The service's transaction may still be open.
+  sqlite3_busy_timeout(other, 10000);
   ASSERT_EQ(sqlite3_exec(other,
                          "CREATE TRIGGER full BEFORE INSERT ON steps WHEN new.position = 1 "
                          "BEGIN SELECT raise(ABORT, 'full'); END",

@@ -66,10 +66,12 @@ TEST(LocalServiceProgram, SaysWhereItListensAndEndsOnSigterm) {
                    folder / "devices"});
   const std::string line = program.readLine();
   ASSERT_EQ(line.rfind("listening on http://127.0.0.1:", 0), 0U) << line;
-  Client client(line.substr(13));
-  client.send(requestText("GET", "/api/pelmar/v1/endpoint/agent-config/?process=Cowork", "",
-                          "X-Pel-Device: d\r\nX-Pel-Tenant: t\r\nConnection: close\r\n"));
+  const std::string url = line.substr(13, line.size() - 14);
+  Client client(url);
+  client.send(requestTo(url, "GET", "/api/pelmar/v1/endpoint/agent-config/?process=Cowork", "",
+                        "X-Pel-Device: d\r\nX-Pel-Tenant: t\r\nConnection: close\r\n"));
   EXPECT_NE(client.readToEnd().find(R"({"agent_slug":"a"})"), std::string::npos);
+  EXPECT_EQ(program.readLine().rfind("page at " + url + "/?token=", 0), 0U);
   program.signal(SIGTERM);
   EXPECT_EQ(program.exitStatus(), 0);
 }

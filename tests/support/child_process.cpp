@@ -23,20 +23,28 @@ std::vector<char*> pointersTo(const std::vector<std::string>& texts) {
   return pointers;
 }
 
-pid_t start(const std::vector<std::string>& command, const std::vector<std::string>& environment,
-            int errors) {
+}  // namespace
+
+pid_t startProgram(const std::vector<std::string>& command,
+                   const std::vector<std::string>& environment, int errors) {
+  posix_spawnattr_t attributes{};
+  ::posix_spawnattr_init(&attributes);
+  sigset_t fresh{};
+  ::sigemptyset(&fresh);
+  ::sigaddset(&fresh, SIGPIPE);
+  ::posix_spawnattr_setsigdefault(&attributes, &fresh);
+  ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
   posix_spawn_file_actions_t actions{};
   ::posix_spawn_file_actions_init(&actions);
   ::posix_spawn_file_actions_adddup2(&actions, errors, STDERR_FILENO);
   pid_t pid = 0;
-  const int failure = ::posix_spawn(&pid, command.front().c_str(), &actions, nullptr,
+  const int failure = ::posix_spawn(&pid, command.front().c_str(), &actions, &attributes,
                                     pointersTo(command).data(), pointersTo(environment).data());
   ::posix_spawn_file_actions_destroy(&actions);
+  ::posix_spawnattr_destroy(&attributes);
   if (failure != 0) throw std::runtime_error("cannot start " + command.front());
   return pid;
 }
-
-}  // namespace
 
 ChildProcess::ChildProcess(const std::vector<std::string>& command,
                            const std::vector<std::string>& environment) {
@@ -45,7 +53,7 @@ ChildProcess::ChildProcess(const std::vector<std::string>& command,
   for (const int end : ends) ::fcntl(end, F_SETFD, FD_CLOEXEC);
   ::fcntl(ends[0], F_SETFL, O_NONBLOCK);
   errors_ = ends[0];
-  pid_ = start(command, environment, ends[1]);
+  pid_ = startProgram(command, environment, ends[1]);
   ::close(ends[1]);
   reader_ = std::thread([this] {
     pollfd waiting{.fd = errors_, .events = POLLIN, .revents = 0};

@@ -14,6 +14,11 @@
 
 namespace pelmar::test {
 
+// Starts `command` (its first word the program's path) with exactly this environment and standard
+// error, and with SIGPIPE as a fresh process has it: the local service ignores it in the tests'.
+pid_t startProgram(const std::vector<std::string>& command,
+                   const std::vector<std::string>& environment, int errors);
+
 class ChildProcess {
  public:
   // `command` begins with the program's path; `environment` holds NAME=value and is all of it.

@@ -48,12 +48,6 @@ bool AgentTest::waitForSteps(std::size_t count) {
   return service_->waitFor([&] { return service_->steps().size() >= count; }, kPatience);
 }
 
-std::vector<std::string> AgentTest::kinds() {
-  std::vector<std::string> kinds;
-  for (const json& step : service_->steps()) kinds.push_back(step.at("kind"));
-  return kinds;
-}
-
 std::vector<std::string> AgentTest::textsOfUserMessages() {
   std::vector<std::string> texts;
   for (const json& step : service_->steps()) {

@@ -35,8 +35,7 @@ class AgentTest : public ::testing::Test {
   // Waits until the service holds `count` steps; false when it does not within a minute.
   bool waitForSteps(std::size_t count);
 
-  // The kinds of the stored steps, in the order of arrival.
-  std::vector<std::string> kinds();
+  // In the order of arrival.
   std::vector<std::string> textsOfUserMessages();
 
   static constexpr const char* kKey = "key-of-the-test";

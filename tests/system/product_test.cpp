@@ -1,7 +1,6 @@
 // The product itself, with its real places: run where a mount namespace puts test folders there.
 
 #include <gmock/gmock.h>
-#include <pwd.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -75,7 +74,9 @@ class ProductTest : public AgentTest {
   }
 
   std::unique_ptr<ChildProcess> startInNamespace(const std::vector<std::string>& program) {
-    const std::string home = ::getpwuid(::getuid())->pw_dir;  // NOLINT(concurrency-mt-unsafe)
+    // With the slash at its end that some databases have.
+    writeFile(root_.path() + "/passwd",
+              "person:x:" + std::to_string(::getuid()) + ":0::/people/person/:/bin/sh\n");
     std::vector<std::string> command = {
         "/usr/bin/env", "bwrap", "--die-with-parent", "--dev", "/dev", "--proc", "/proc"};
     const auto mount = [&command](const char* how, const std::string& from, const std::string& at) {
@@ -87,7 +88,8 @@ class ProductTest : public AgentTest {
     for (const char* folder : {"bin", "lib", "lib64"}) {
       mount("--symlink", std::string("usr/") + folder, std::string("/") + folder);
     }
-    mount("--bind", root_.home(), home);
+    mount("--ro-bind", root_.path() + "/passwd", "/etc/passwd");
+    mount("--bind", root_.home(), "/people/person");
     mount("--ro-bind", root_.setup(), "/private/tmp/dev.pelmar.setup");
     mount("--ro-bind", root_.ioreg(), "/usr/sbin/ioreg");
     mount("--ro-bind", PELMAR_PRODUCT, "/product");
@@ -108,7 +110,8 @@ TEST_F(ProductTest, ReportsFromTheHomeOfThePasswordDatabaseAndNamesTheMachine) {
   ASSERT_TRUE(waitForSteps(1)) << ::testing::PrintToString(agent->lines());
   waitForAnotherPass(*agent);
   EXPECT_EQ(service_->steps().front().at("hardware_uuid"), "UUID-OF-THE-MACHINE");
-  EXPECT_THAT(contentOf(root_.cursor()), ::testing::HasSubstr("s1.jsonl"));
+  EXPECT_THAT(contentOf(root_.cursor()),
+              ::testing::HasSubstr(R"("\/people\/person\/.claude\/projects)"));
   EXPECT_THAT(contentOf(root_.activityLog()), ::testing::HasSubstr("1 step"));
 }
 

@@ -1,8 +1,8 @@
 // How the agent starts: where its profile comes from, what it says, how it ends without one.
 
 #include <gmock/gmock.h>
-
-#include <algorithm>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "platform/json.h"
 #include "tests/system/agent_test.h"
@@ -75,6 +75,28 @@ TEST_F(AgentTest, TheFirstHeartbeatFollowsTheFirstPassAndTheNextIsFarOff) {
   ASSERT_THAT(requests, SizeIs(3));
   EXPECT_THAT(requests[1].request.path, EndsWith("/steps/"));
   EXPECT_EQ(requests[2].request.path, "/api/v1/observe/agents/garden/heartbeat/");
+}
+
+TEST_F(AgentTest, AHeartbeatThatFailedIsNotRepeatedBeforeItsTime) {
+  configure("garden");
+  service_->script("/api/v1/observe/agents/*", service::answerWith(500));
+  const auto agent = startAgent();
+  ASSERT_TRUE(service_->waitFor([this] { return !service_->requests().empty(); }, kPatience));
+  waitForAnotherPass(*agent);
+  waitForAnotherPass(*agent);
+  EXPECT_THAT(service_->requests(), SizeIs(1));
+}
+
+TEST_F(AgentTest, AStandardErrorThatIsGoneDoesNotEndIt) {
+  int ends[2];
+  ASSERT_EQ(::pipe(ends), 0);
+  ::close(ends[0]);
+  const pid_t pid = startProgram({PELMAR_AGENT}, {"PELMAR_ROOT=" + root_.path()}, ends[1]);
+  ::close(ends[1]);
+  int status = 0;
+  ASSERT_EQ(::waitpid(pid, &status, 0), pid);
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 1);  // for want of a profile, and not by a signal
 }
 
 TEST_F(AgentTest, WithoutAnAgentSlugThereIsNoHeartbeat) {

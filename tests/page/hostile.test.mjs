@@ -1,0 +1,125 @@
+// What transcripts may hold, and how much of it.
+
+import assert from "node:assert/strict";
+import { after, before, test } from "node:test";
+import { go, launch, openPage, shoot, Stage } from "./stage.mjs";
+import { session } from "./transcripts.mjs";
+
+let browser;
+before(async () => {
+  browser = await launch();
+});
+after(() => browser.close());
+
+const HOSTILE = [
+  '<script>window.ran = 1; alert("script")</script>',
+  '<img src=x onerror="window.ran = 1; alert(1)">',
+  '"><svg onload=alert(1)>\' onmouseover=alert(1) x="',
+  "javascript:alert(1) {{constructor.constructor('window.ran=1')()}}",
+  "שלום עולם \u202Eevil\u202C מימין לשמאל",
+  "👩‍👩‍👧‍👦 zero\u200Bwidth \u0000 null e\u0301",
+  `${"nospaces".repeat(400)}`,
+];
+
+test("Hostile and odd text appears as text and runs nothing", async () => {
+  const stage = await Stage.open();
+  try {
+    const transcripts = {};
+    HOSTILE.forEach((text, at) => {
+      transcripts[`h${at}`] = session(`h${at}${text.slice(0, 300)}`, 1, { question: text, answer: text, result: text });
+    });
+    transcripts.long = session("long", 1, { question: "<b>long</b>".repeat(100_000) });
+    stage.agent(transcripts);
+    await stage.until(({ steps }) => steps.total === (HOSTILE.length + 1) * 5);
+    const page = await openPage(browser, stage.page);
+    const foreign = [];
+    page.on("request", (request) => {
+      if (!request.url().startsWith(stage.url) && !request.url().startsWith("blob:")) foreign.push(request.url());
+    });
+    await go(page, "#/runs");
+    await page.getByRole("link", { name: "Daily run" }).click();
+    await page.waitForSelector(".row");
+    for (const text of HOSTILE.slice(0, 5)) {
+      const search = page.getByLabel("Search", { exact: true });
+      await search.fill(text.slice(0, 40));
+      const row = page.locator(".row", { hasText: "user_message" }).filter({ hasText: text.slice(0, 40) }).first();
+      await row.click();
+      const pre = page.getByLabel("JSON as it came");
+      await pre.filter({ hasText: JSON.stringify(text).slice(1, -1) }).waitFor();
+    }
+    await page.getByLabel("Search", { exact: true }).fill("<b>long</b>");
+    await page.locator(".row", { hasText: "user_message" }).filter({ hasText: "<b>long" }).first().click();
+    await page.getByText("characters are drawn; copying takes all").waitFor();
+    await shoot(page, "hostile");
+    await go(page, "#/sent");
+    await page.waitForSelector(".row");
+    const state = await page.evaluate(() => ({
+      ran: window.ran,
+      scripts: document.scripts.length,
+      images: document.querySelectorAll("main img, main svg, main script, main b").length,
+      overflow: document.documentElement.scrollWidth - innerWidth,
+    }));
+    assert.deepEqual(state, { ran: undefined, scripts: 1, images: 0, overflow: 0 });
+    assert.deepEqual(page.complaints, []);
+    assert.deepEqual(foreign, []);
+  } finally {
+    await stage.close();
+  }
+});
+
+const STEPS = 100_000;
+
+test("A hundred thousand steps are shown, scrolled and filtered, a window at a time", async () => {
+  const stage = await Stage.open();
+  try {
+    const { run_id: run } = await stage.post("runs/daily/", { agent_slug: "many", agent_type: "t" });
+    const kinds = ["user_message", "assistant", "tool_use", "tool_result"];
+    for (let begin = 0; begin < STEPS; begin += 2000) {
+      const steps = Array.from({ length: 2000 }, (_, at) => ({ step_name: "cowork:step", position: begin + at, output: {
+        kind: kinds[at % 4], timestamp: "2026-03-04T10:00:00Z", source: "s", session_id: "S", hardware_uuid: "H",
+        text: `step number ${begin + at} of many, with a sentence or two of text behind it. `.repeat(4) } }));
+      await stage.post(`runs/${run}/steps/`, { hardware_uuid: "H", steps });
+    }
+    const timed = async (name, act) => {
+      const begin = performance.now();
+      await act();
+      console.log(`${name}: ${Math.round(performance.now() - begin)} ms`);
+    };
+    const page = await openPage(browser, "about:blank");
+    await timed("overview, first view", async () => {
+      await page.goto(stage.page);
+      await page.locator(".card", { hasText: "100,000" }).waitFor();
+    });
+    await timed("run, first view", async () => {
+      await page.goto(`${stage.page}#/run?id=${run}`);
+      await page.locator(".row", { hasText: "step number 0 of" }).first().waitFor();
+    });
+    await page.getByText("100,000 steps", { exact: true }).waitFor();
+    await page.getByText("No position is missing").waitFor();
+    await page.locator(".rows").focus();
+    await timed("to the end", async () => {
+      await page.keyboard.press("End");
+      await page.locator(".row", { hasText: "step number 99999 of" }).waitFor();
+    });
+    await timed("to the middle", async () => {
+      await page.locator(".rows").evaluate((node) => { node.scrollTop = node.scrollHeight / 2; });
+      await page.locator(".row", { hasText: /step number (49|50)\d\d\d of/ }).first().waitFor();
+    });
+    await timed("filter by kind", async () => {
+      await page.getByLabel("Kind", { exact: true }).selectOption("tool_use");
+      await page.getByText("25,000 steps", { exact: true }).waitFor();
+    });
+    await timed("search", async () => {
+      await page.getByLabel("Search", { exact: true }).fill("number 77774 ");
+      await page.getByText("1 step", { exact: true }).waitFor();
+    });
+    assert.ok(await page.locator(".row").count() < 100);
+    const heap = await page.evaluate(() => performance.memory.usedJSHeapSize);
+    console.log(`page memory: ${(heap / 1e6).toFixed(1)} MB`);
+    await page.getByLabel("Search", { exact: true }).fill("");
+    await page.getByText("25,000 steps", { exact: true }).waitFor();
+    await shoot(page, "many");
+  } finally {
+    await stage.close();
+  }
+});
