@@ -65,7 +65,7 @@ ConfigSections parseConfig(std::string_view text) {
     if (line.kind == ConfigLine::Kind::section) {
       current = &sections[std::string(line.name)];
       current->clear();
-    } else if (line.kind == ConfigLine::Kind::entry) {
+    } else if (current != nullptr && line.kind == ConfigLine::Kind::entry) {
       (*current)[std::string(line.name)] = std::string(line.value);
     }
   }

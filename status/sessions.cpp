@@ -75,12 +75,12 @@ class Look {
   void takeRecord(const std::string& path, const json* record) {
     ++found_.records;
     std::string id = record == nullptr ? std::string() : textAt(*record, kSessionId);
-    if (const int error = record == nullptr ? openError(path) : 0) {
-      found_.unreadable.push_back({path, wordsFor(error)});
-    } else if (id.empty()) {
-      found_.uselessRecords.push_back(path);
-    } else {
+    if (record != nullptr && !id.empty()) {
       titles_.emplace(std::move(id), textAt(*record, "title"));
+    } else if (const int error = openError(path)) {
+      found_.unreadable.push_back({path, wordsFor(error)});
+    } else {
+      found_.uselessRecords.push_back(path);
     }
   }
 
