@@ -11,6 +11,10 @@
 
 namespace pelmar::ActivityLog {
 
+std::string path() {
+  return locations::homeFolder() + "/.pelmar/logs/cowork-watcher.activity.jsonl";
+}
+
 void record(const std::string& method, const std::string& url, int status, std::int64_t ms,
             std::int64_t bytes, const std::string& summary,
             const std::optional<std::string>& error) {
@@ -26,11 +30,10 @@ void record(const std::string& method, const std::string& url, int status, std::
   if (!error.value_or("").empty()) entry["error"] = *error;
   const std::string line = compactJsonEscapingSlashes(entry);
 
-  const std::string folder = locations::homeFolder() + "/.pelmar/logs";
-  const std::string path = folder + "/cowork-watcher.activity.jsonl";
-  if (appendLine(path, line)) return;
-  createFolders(folder);
-  replaceFile(path, path + ".tmp", line + '\n');
+  const std::string file = path();
+  if (appendLine(file, line)) return;
+  createFolders(file.substr(0, file.rfind('/')));
+  replaceFile(file, file + ".tmp", line + '\n');
 }
 
 }  // namespace pelmar::ActivityLog

@@ -9,6 +9,8 @@
 
 namespace pelmar::ActivityLog {
 
+std::string path();
+
 // Appends one record (its format: docs/files.md). `ms` is the elapsed time in milliseconds, `bytes`
 // the size of the answer's body; an empty `summary` or `error` leaves its key out. Every failure
 // is swallowed: a record that cannot be written is missing, nothing else changes.

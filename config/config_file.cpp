@@ -1,5 +1,7 @@
 #include "config/config_file.h"
 
+#include <algorithm>
+
 #include "platform/text.h"
 
 namespace pelmar {
@@ -20,25 +22,52 @@ std::string_view withoutQuotes(std::string_view text) {
   return text;
 }
 
+ConfigLine entryOf(std::size_t number, std::string_view line, bool isInSection) {
+  using Kind = ConfigLine::Kind;
+  const auto equals = line.find('=');
+  if (equals == line.npos) return {.number = number, .kind = Kind::withoutEquals};
+  const auto value = trimmedBlanks(line.substr(equals + 1));
+  return {.number = number,
+          .kind = isInSection ? Kind::entry : Kind::outsideOfSections,
+          .name = trimmedBlanks(line.substr(0, equals)),
+          .value = withoutQuotes(value),
+          .rawValue = value};
+}
+
 }  // namespace
+
+std::vector<ConfigLine> configLines(std::string_view text) {
+  std::vector<ConfigLine> lines;
+  bool isInSection = false;
+  std::size_t next = 1;
+  while (!text.empty()) {
+    const std::size_t number = next;
+    const std::string_view whole = takeLine(text);
+    next += 1 + static_cast<std::size_t>(std::count(whole.begin(), whole.end(), '\n'));
+    const std::string_view line = trimmedBlanks(whole);
+    if (line.empty() || line.starts_with('#')) continue;
+    if (line.starts_with('[') && line.ends_with(']')) {
+      isInSection = true;
+      lines.push_back({.number = number,
+                       .kind = ConfigLine::Kind::section,
+                       .name = trimmedBlanks(line.substr(1, line.size() - 2))});
+    } else {
+      lines.push_back(entryOf(number, line, isInSection));
+    }
+  }
+  return lines;
+}
 
 ConfigSections parseConfig(std::string_view text) {
   ConfigSections sections;
   ConfigSection* current = nullptr;
-  while (!text.empty()) {
-    const std::string_view line = trimmedBlanks(takeLine(text));
-    if (line.empty() || line.starts_with('#')) continue;
-    if (line.starts_with('[') && line.ends_with(']')) {
-      const auto name = trimmedBlanks(line.substr(1, line.size() - 2));
-      current = &sections[std::string(name)];
+  for (const ConfigLine& line : configLines(text)) {
+    if (line.kind == ConfigLine::Kind::section) {
+      current = &sections[std::string(line.name)];
       current->clear();
-      continue;
+    } else if (line.kind == ConfigLine::Kind::entry) {
+      (*current)[std::string(line.name)] = std::string(line.value);
     }
-    const auto equals = line.find('=');
-    if (current == nullptr || equals == line.npos) continue;
-    const auto key = trimmedBlanks(line.substr(0, equals));
-    const auto value = withoutQuotes(trimmedBlanks(line.substr(equals + 1)));
-    (*current)[std::string(key)] = std::string(value);
   }
   return sections;
 }

@@ -1,6 +1,8 @@
 #include "config/pelmar_config.h"
 
 #include <cstdlib>
+#include <iterator>
+#include <utility>
 
 #include "config/config_file.h"
 #include "config/device_identity.h"
@@ -17,17 +19,40 @@ bool isDeviceEnrollmentSkipped() {
   return key != nullptr && key[0] != '\0';
 }
 
-std::optional<Profile> deviceProfile() {
+constexpr const char* kDevice = "device";
+constexpr const char* kManaged = "managed";
+constexpr const char* kConfigFile = "config file";
+
+Resolution deviceProfile(Service service) {
+  Resolution resolution;
+  const auto passOver = [&resolution](const std::string& reason) {
+    const PassedOver over{.source = kDevice, .reason = reason};
+    auto& all = resolution.passedOver;
+    if (all.empty() || all.back() != over) all.push_back(over);
+  };
+  if (isDeviceEnrollmentSkipped()) {
+    passOver("skipped, because PELMAR_API_KEY is set");
+    return resolution;
+  }
+  if (service == Service::isNotAsked) {
+    passOver(DeviceIdentity::identityProblem().value_or(kDeviceNotAsked));
+    return resolution;
+  }
   for (const char* process : {"Cowork", "Claude"}) {
-    const auto resolved = DeviceIdentity::resolve(process);
-    if (resolved && !resolved->uploadKey.empty() && !resolved->agentSlug.empty()) {
-      return Profile{.name = "device",
-                     .apiUrl = resolved->apiUrl,
-                     .apiKey = resolved->uploadKey,
-                     .agentSlug = resolved->agentSlug};
+    const auto [resolved, reason] = DeviceIdentity::tryResolve(process);
+    if (!resolved) {
+      passOver(reason);
+    } else if (resolved->agentSlug.empty()) {
+      passOver("the service's answer has no agent slug");
+    } else {
+      resolution.profile = Profile{.name = kDevice,
+                                   .apiUrl = resolved->apiUrl,
+                                   .apiKey = resolved->uploadKey,
+                                   .agentSlug = resolved->agentSlug};
+      return resolution;
     }
   }
-  return std::nullopt;
+  return resolution;
 }
 
 std::optional<std::string> valueAt(const ConfigSection& section, const char* key) {
@@ -47,41 +72,92 @@ std::optional<Profile> profileOf(const std::string& name, const ConfigSection& s
                  .tenant = valueAt(section, "tenant")};
 }
 
+// `resolution` with what was passed over `before` it.
+Resolution behind(std::vector<PassedOver> before, Resolution resolution) {
+  auto& all = resolution.passedOver;
+  all.insert(all.begin(), std::make_move_iterator(before.begin()),
+             std::make_move_iterator(before.end()));
+  return resolution;
+}
+
+Resolution configProfile(const std::vector<std::string>& preferred) {
+  const auto text = readFile(configPath());
+  if (text) return profileInConfig(*text, preferred);
+  return {.passedOver = {{.source = kConfigFile, .reason = unreadable(configPath())}}};
+}
+
+Resolution firstProfile(const std::vector<std::string>& preferred, Service service) {
+  Resolution device = deviceProfile(service);
+  if (device.profile) return device;
+  return behind(std::move(device.passedOver), configProfile(preferred));
+}
+
+Resolution managed() {
+  const auto passedOver = [](const std::string& reason) {
+    return Resolution{.passedOver = {{.source = kManaged, .reason = reason}}};
+  };
+  const std::string path = locations::setupFolder() + "/enroll-config.json";
+  const auto text = readFile(path);
+  if (!text) return passedOver(unreadable(path));
+  const auto enrollment = parseJsonObject(*text);
+  if (!enrollment) return passedOver(path + " is no JSON object");
+  auto apiUrl = textAt(*enrollment, "api_url");
+  auto apiKey = textAt(*enrollment, "api_key");
+  if (apiUrl.empty()) return passedOver(path + " has no api_url");
+  if (apiKey.empty()) return passedOver(path + " has no api_key");
+  return {.profile =
+              Profile{.name = kManaged, .apiUrl = std::move(apiUrl), .apiKey = std::move(apiKey)}};
+}
+
 }  // namespace
 
 std::string configPath() { return locations::homeFolder() + "/.pelmar/config"; }
 
-std::optional<Profile> resolveProfile() {
-  const std::vector<std::string> preferred = {"claude-cowork", "claude-code", "tandem", "default"};
-  auto profile = loadFirstProfile(preferred);
-  if (profile && !profile->agentSlug.value_or("").empty()) return profile;
-  if (auto managed = managedProfile()) return managed;
-  return loadFirstProfile(preferred);  // asked again, not reused: the sources may have changed
+const std::vector<std::string>& preferredSections() {
+  static const std::vector<std::string> names = {"claude-cowork", "claude-code", "tandem",
+                                                 "default"};
+  return names;
 }
 
-std::optional<Profile> loadFirstProfile(const std::vector<std::string>& preferred) {
-  if (!isDeviceEnrollmentSkipped()) {
-    if (auto profile = deviceProfile()) return profile;
+Resolution explainedProfile(Service service) {
+  Resolution first = firstProfile(preferredSections(), service);
+  if (first.profile && !first.profile->agentSlug.value_or("").empty()) return first;
+  if (first.profile) {
+    first.passedOver.push_back(
+        {.source = first.profile->name,
+         .reason = "it has no agent_slug, so a managed enrollment comes before it"});
   }
-  const auto text = readFile(configPath());
-  if (!text || !isUtf8(*text)) return std::nullopt;
-  const auto sections = parseConfig(*text);
+  Resolution enrollment = managed();
+  if (enrollment.profile) return behind(std::move(first.passedOver), std::move(enrollment));
+  // Asked again, not reused: the sources may have changed.
+  return {.profile = firstProfile(preferredSections(), service).profile,
+          .passedOver = behind(std::move(first.passedOver), std::move(enrollment)).passedOver};
+}
+
+Resolution profileInConfig(const std::string& text, const std::vector<std::string>& preferred) {
+  if (!isUtf8(text)) return {.passedOver = {{.source = kConfigFile, .reason = "it is not UTF-8"}}};
+  const auto sections = parseConfig(text);
+  Resolution resolution;
   for (const auto& name : preferred) {
     const auto section = sections.find(name);
-    if (section == sections.end()) continue;
-    if (auto profile = profileOf(name, section->second)) return profile;
+    const bool isThere = section != sections.end();
+    resolution.profile = isThere ? profileOf(name, section->second) : std::nullopt;
+    if (resolution.profile) return resolution;
+    const char* missing = !isThere ? "there is no such section"
+                          : valueAt(section->second, "api_url").value_or("").empty()
+                              ? "it has no api_url"
+                              : "it has no api_key";
+    resolution.passedOver.push_back({.source = name, .reason = missing});
   }
-  return std::nullopt;
+  return resolution;
 }
 
-std::optional<Profile> managedProfile() {
-  const auto text = readFile(locations::setupFolder() + "/enroll-config.json");
-  const auto enrollment = text ? parseJsonObject(*text) : std::nullopt;
-  if (!enrollment) return std::nullopt;
-  auto apiUrl = textAt(*enrollment, "api_url");
-  auto apiKey = textAt(*enrollment, "api_key");
-  if (apiUrl.empty() || apiKey.empty()) return std::nullopt;
-  return Profile{.name = "managed", .apiUrl = std::move(apiUrl), .apiKey = std::move(apiKey)};
+std::optional<Profile> resolveProfile() { return explainedProfile(Service::isAsked).profile; }
+
+std::optional<Profile> loadFirstProfile(const std::vector<std::string>& preferred) {
+  return firstProfile(preferred, Service::isAsked).profile;
 }
+
+std::optional<Profile> managedProfile() { return managed().profile; }
 
 }  // namespace pelmar::PelmarConfig

@@ -10,15 +10,15 @@ namespace {
 
 constexpr double kHeartbeatDeadline = 15;  // seconds
 
-std::string runPath(const std::string& runID, const char* operation) {
-  return "/api/v1/observe/runs/" + runID + operation;
-}
-
 std::string counted(std::size_t count, const std::string& noun) {
   return std::to_string(count) + ' ' + noun + (count == 1 ? "" : "s");
 }
 
 }  // namespace
+
+std::string runPath(const std::string& runID, const char* operation) {
+  return "/api/v1/observe/runs/" + runID + operation;
+}
 
 std::optional<StartRunResult> ObserveClient::startRun(const std::string& agentName,
                                                       const std::string& workflowName, json inputs,
@@ -79,14 +79,17 @@ bool ObserveClient::completeRun(const std::string& runID, const std::string& sta
   return post(runPath(runID, "/complete/"), body, "").has_value();
 }
 
-bool ObserveClient::heartbeat(const std::string& agentSlug) const {
+std::optional<HttpExchange> ObserveClient::heartbeatExchange(const std::string& agentSlug) const {
   const std::string url =
       endpointUrl(apiUrl, "/api/v1/observe/agents/" + agentSlug + "/heartbeat/");
-  if (!isUrl(url)) return false;
+  if (!isUrl(url)) return std::nullopt;
   const json body = {{"source", "watcher"}, {"machine_id", hostName()}};
-  const auto exchange = doPostOnce(url, compactJson(body), kHeartbeatDeadline);
-  if (exchange.isTimeout()) return false;
-  return exchange.status < 400;
+  return doPostOnce(url, compactJson(body), kHeartbeatDeadline);
+}
+
+bool ObserveClient::heartbeat(const std::string& agentSlug) const {
+  const auto exchange = heartbeatExchange(agentSlug);
+  return exchange && !exchange->isTimeout() && exchange->status < 400;
 }
 
 }  // namespace pelmar

@@ -66,6 +66,9 @@ class ObserveClient {
   // also when the service could not be reached.
   bool heartbeat(const std::string& agentSlug) const;
 
+  // The same request, with what came of it; none when the URL is none.
+  std::optional<HttpExchange> heartbeatExchange(const std::string& agentSlug) const;
+
   // POSTs `body` to `path` below `apiUrl`, up to `maxAttempts` times. The answer's object (empty
   // when a 2xx answer holds none), or none: no URL or key, a 4xx answer, or no 2xx in all attempts.
   // `summary` only goes to the activity log.
@@ -80,6 +83,9 @@ class ObserveClient {
 
   std::shared_ptr<HttpClient> http_ = std::make_shared<HttpClient>();
 };
+
+// The path of an `operation` (such as "/steps/") on the run `runID`.
+std::string runPath(const std::string& runID, const char* operation);
 
 // The URL text of `path` (which begins with "/") below `apiUrl`, joined by exactly one "/".
 std::string endpointUrl(const std::string& apiUrl, const std::string& path);

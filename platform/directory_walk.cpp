@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <cstring>
 #include <memory>
 #include <vector>
@@ -33,11 +34,12 @@ EntryType typeOf(const dirent& entry, const std::string& path) {
   return S_ISDIR(status.st_mode) ? EntryType::folder : EntryType::other;
 }
 
-// Visits the entries of one folder and adds those to go into to `pending`.
-void visitFolder(const std::string& folder, const std::function<Descend(const Entry&)>& visit,
+// Visits the entries of one folder and adds those to go into to `pending`. False with errno set
+// when the folder cannot be read.
+bool visitFolder(const std::string& folder, const std::function<Descend(const Entry&)>& visit,
                  std::vector<std::string>& pending) {
   const std::unique_ptr<DIR, CloseFolder> stream(::opendir(folder.c_str()));
-  if (!stream) return;
+  if (!stream) return false;
   std::string path = folder + '/';
   const auto prefix = path.size();
   while (const dirent* entry = ::readdir(stream.get())) {  // NOLINT(concurrency-mt-unsafe)
@@ -49,16 +51,18 @@ void visitFolder(const std::string& folder, const std::function<Descend(const En
     const Descend descend = visit({path, std::string_view(path).substr(prefix), type});
     if (type == EntryType::folder && descend == Descend::yes) pending.push_back(path);
   }
+  return true;
 }
 
 }  // namespace
 
-void walkFolder(const std::string& root, const std::function<Descend(const Entry&)>& visit) {
+void walkFolder(const std::string& root, const std::function<Descend(const Entry&)>& visit,
+                const std::function<void(const std::string&, int)>& onUnreadable) {
   std::vector<std::string> pending = {root};
   while (!pending.empty()) {
     const std::string folder = std::move(pending.back());
     pending.pop_back();
-    visitFolder(folder, visit, pending);
+    if (!visitFolder(folder, visit, pending) && onUnreadable) onUnreadable(folder, errno);
   }
 }
 

@@ -23,6 +23,8 @@ enum class Descend { yes, no };
 
 // Calls `visit` for every entry below `root`, in the order of the file system. Holds one folder
 // open at a time, whatever the depth. `root` itself may be a link and is not visited.
-void walkFolder(const std::string& root, const std::function<Descend(const Entry&)>& visit);
+// `onUnreadable`, where given, is told each folder that cannot be read, with the errno.
+void walkFolder(const std::string& root, const std::function<Descend(const Entry&)>& visit,
+                const std::function<void(const std::string&, int)>& onUnreadable = {});
 
 }  // namespace pelmar

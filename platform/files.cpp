@@ -74,6 +74,18 @@ std::optional<std::string> readFile(const std::string& path) {
   }
 }
 
+int openError(const std::string& path) {
+  const Descriptor file(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY);
+  return file.valid() ? 0 : errno;
+}
+
+std::string unreadable(const std::string& path) {
+  const int error = openError(path);
+  if (error == ENOENT) return path + " does not exist";
+  return path + " cannot be read" +
+         (error == 0 ? "" : ": " + std::generic_category().message(error));
+}
+
 RangeRead readRange(const std::string& path, std::int64_t offset, std::int64_t length) {
   const Descriptor file(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY);
   if (!file.valid()) return {};

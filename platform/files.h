@@ -15,6 +15,13 @@ namespace pelmar {
 // (a FIFO reads as empty) and takes at most 1 MiB from what is no regular file (/dev/zero).
 std::optional<std::string> readFile(const std::string& path);
 
+// Why what stands at `path` (a file or a folder) cannot be opened for reading, as errno has it; 0
+// when it can.
+int openError(const std::string& path);
+
+// The same as words that name `path`: it does not exist, or cannot be read and why.
+std::string unreadable(const std::string& path);
+
 struct RangeRead {
   bool isOpened = false;               // false: nothing there, or no permission to read it
   std::optional<std::string> bytes{};  // none when seeking or reading failed, or memory is short

@@ -19,4 +19,7 @@ std::string setupFolder();
 // The system registry tool.
 std::string ioregTool();
 
+// The tool that lists processes.
+std::string psTool();
+
 }  // namespace pelmar::locations

@@ -21,4 +21,6 @@ std::string setupFolder() { return below("/private/tmp/dev.pelmar.setup"); }
 
 std::string ioregTool() { return below("/usr/sbin/ioreg"); }
 
+std::string psTool() { return below("/bin/ps"); }
+
 }  // namespace pelmar::locations

@@ -35,4 +35,6 @@ std::string setupFolder() { return "/private/tmp/dev.pelmar.setup"; }
 
 std::string ioregTool() { return "/usr/sbin/ioreg"; }
 
+std::string psTool() { return "/bin/ps"; }
+
 }  // namespace pelmar::locations

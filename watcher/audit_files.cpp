@@ -35,17 +35,37 @@ std::optional<std::string_view> transcriptName(std::string_view name) {
 
 }  // namespace
 
-SessionIds desktopSessionIds() {
-  SessionIds ids;
-  const std::string root =
-      locations::homeFolder() + "/Library/Application Support/Claude/claude-code-sessions";
-  walkFolder(root, [&ids](const Entry& entry) {
+void visitSessionRecords(
+    const std::function<void(const std::string& path, const json* record)>& onRecord,
+    const std::function<void(const std::string& folder, int error)>& onUnreadable) {
+  const auto visit = [&onRecord](const Entry& entry) {
     if (!isSessionRecord(entry.name)) return Descend::yes;
     const auto text = readFile(entry.path);
     const auto record = text ? parseJsonObject(*text) : std::nullopt;
-    auto id = record ? textAt(*record, "cliSessionId") : std::string();
-    if (!id.empty()) ids.insert(std::move(id));
+    onRecord(entry.path, record ? &*record : nullptr);
     return Descend::yes;
+  };
+  walkFolder(locations::homeFolder() + "/Library/Application Support/Claude/claude-code-sessions",
+             visit, onUnreadable);
+}
+
+void visitTranscripts(
+    const std::function<void(const std::string& path, std::string_view id)>& onTranscript,
+    const std::function<void(const std::string& folder, int error)>& onUnreadable) {
+  const auto visit = [&onTranscript](const Entry& entry) {
+    if (entry.type == EntryType::folder && isSkipped(entry.name)) return Descend::no;
+    const auto name = transcriptName(entry.name);
+    if (name && entry.type == EntryType::regularFile) onTranscript(entry.path, *name);
+    return Descend::yes;
+  };
+  walkFolder(locations::homeFolder() + "/.claude/projects", visit, onUnreadable);
+}
+
+SessionIds desktopSessionIds() {
+  SessionIds ids;
+  visitSessionRecords([&ids](const std::string& /*path*/, const json* record) {
+    auto id = record == nullptr ? std::string() : textAt(*record, kSessionId);
+    if (!id.empty()) ids.insert(std::move(id));
   });
   return ids;
 }
@@ -54,13 +74,8 @@ std::vector<std::string> auditFiles() {
   std::vector<std::string> files;
   const SessionIds ids = desktopSessionIds();
   if (ids.empty()) return files;
-  walkFolder(locations::homeFolder() + "/.claude/projects", [&](const Entry& entry) {
-    if (entry.type == EntryType::folder && isSkipped(entry.name)) return Descend::no;
-    const auto name = transcriptName(entry.name);
-    if (name && entry.type == EntryType::regularFile && ids.contains(*name)) {
-      files.push_back(entry.path);
-    }
-    return Descend::yes;
+  visitTranscripts([&](const std::string& path, std::string_view id) {
+    if (ids.contains(id)) files.push_back(path);
   });
   return files;
 }

@@ -4,7 +4,6 @@
 
 #include "config/pelmar_config.h"
 #include "observe/observe_client.h"
-#include "platform/locations.h"
 #include "platform/log.h"
 #include "platform/pause.h"
 #include "watcher/poll_pass.h"
@@ -26,7 +25,7 @@ CoworkAuditWatcher::CoworkAuditWatcher(double pollInterval, bool fromStart, bool
     : pollInterval_(pollInterval),
       fromStart_(fromStart),
       verbose_(verbose),
-      cursorFile_(locations::homeFolder() + "/.pelmar/cowork-cursor.json") {}
+      cursorFile_(cursorPath()) {}
 
 void CoworkAuditWatcher::run() const {
   const auto profile = PelmarConfig::resolveProfile();

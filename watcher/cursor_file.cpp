@@ -1,9 +1,10 @@
 #include "watcher/cursor_file.h"
 
-#include <algorithm>
+#include <cerrno>
 
 #include "platform/files.h"
 #include "platform/json.h"
+#include "platform/locations.h"
 
 namespace pelmar {
 namespace {
@@ -19,18 +20,23 @@ std::string textOf(const CursorState& state) {
 
 }  // namespace
 
-CursorState CursorFile::load() const {
+std::string cursorPath() { return locations::homeFolder() + "/.pelmar/cowork-cursor.json"; }
+
+CursorState CursorFile::load() const { return examine().state; }
+
+LoadedCursor CursorFile::examine() const {
   const auto text = readFile(path_);
-  auto stored = text ? parseJsonObject(*text) : std::nullopt;
-  CursorState state;
-  if (!stored || !std::all_of(stored->begin(), stored->end(),
-                              [](const json& entry) { return entry.is_object(); })) {
-    return state;
+  if (!text) {
+    return {.problem = openError(path_) == ENOENT ? std::string() : unreadable(path_)};
   }
+  auto stored = parseJsonObject(*text);
+  if (!stored) return {.problem = path_ + " is no JSON object"};
+  LoadedCursor loaded;
   for (auto& [path, values] : stored->items()) {
-    state.emplace(path, FileState{.values = std::move(values)});
+    if (!values.is_object()) return {.problem = path_ + " has an entry that is no object"};
+    loaded.state.emplace(path, FileState{.values = std::move(values)});
   }
-  return state;
+  return loaded;
 }
 
 std::optional<std::string> CursorFile::save(const CursorState& state) const {

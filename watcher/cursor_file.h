@@ -15,6 +15,14 @@ namespace pelmar {
 // By the absolute path of the transcript. Entries are added, never removed.
 using CursorState = std::map<std::string, FileState>;
 
+struct LoadedCursor {
+  CursorState state{};
+  std::string problem{};  // why the state is empty; itself empty otherwise, and without a file
+};
+
+// Where the watcher keeps it: ~/.pelmar/cowork-cursor.json.
+std::string cursorPath();
+
 class CursorFile {
  public:
   explicit CursorFile(std::string path) : path_(std::move(path)) {}
@@ -22,6 +30,9 @@ class CursorFile {
   // The stored state; empty when the file is missing, unreadable or of another shape, be it in one
   // entry. Blocks on one read of the whole file.
   CursorState load() const;
+
+  // As load, and what is wrong with the file.
+  LoadedCursor examine() const;
 
   // Replaces the file, and creates its folder, as one step: a crash leaves the old file or the new
   // one. The reason on failure, none on success. Blocks until the disk has the data.

@@ -34,14 +34,6 @@ void saveCursor(const CursorFile& cursorFile, const CursorState& state) {
   }
 }
 
-// Where reading goes on in a transcript of `size` bytes, or none when it holds nothing new.
-std::optional<std::int64_t> startOffset(const json& values, std::int64_t size) {
-  const auto stored = values.find(kOffset);
-  const auto offset = stored == values.end() ? 0 : exactInteger(*stored).value_or(0);
-  if (offset >= size) return std::nullopt;
-  return offset;
-}
-
 // A line of a transcript, decoded.
 struct Line {
   std::int64_t length;           // bytes of its UTF-8 text and its line feed
@@ -111,6 +103,13 @@ bool readNewLines(const Reading& reading, std::int64_t size) {
 }
 
 }  // namespace
+
+std::optional<std::int64_t> startOffset(const json& values, std::int64_t size) {
+  const auto stored = values.find(kOffset);
+  const auto offset = stored == values.end() ? 0 : exactInteger(*stored).value_or(0);
+  if (offset >= size) return std::nullopt;
+  return offset;
+}
 
 void pollOnce(CursorState& state, const CursorFile& cursorFile, const ObserveClient& client,
               const std::string& agentSlug, bool verbose) {

@@ -3,12 +3,19 @@
 // One look at every transcript. Nothing that goes wrong leaves the pass: each problem costs its own
 // file or line. The only way out is the end of the process by a negative stored offset.
 
+#include <cstdint>
+#include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 
 #include "observe/observe_client.h"
 #include "watcher/cursor_file.h"
 
 namespace pelmar {
+
+// Where reading goes on in a transcript of `size` bytes whose per-file state is `values`, or none
+// when it holds nothing new.
+std::optional<std::int64_t> startOffset(const nlohmann::json& values, std::int64_t size);
 
 // Reads what was appended to each transcript, reports its complete lines and moves its offset
 // behind those that were handled; a line that could not be reported, and all behind it, waits for

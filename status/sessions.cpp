@@ -1,0 +1,121 @@
+#include "status/sessions.h"
+
+#include <cerrno>
+#include <map>
+#include <set>
+#include <system_error>
+
+#include "observe/observe_client.h"
+#include "observe/run_state.h"
+#include "platform/files.h"
+#include "platform/json.h"
+#include "watcher/audit_files.h"
+#include "watcher/cursor_file.h"
+#include "watcher/poll_pass.h"
+
+namespace pelmar::status {
+namespace {
+
+std::string wordsFor(int error) {
+  std::string words = std::generic_category().message(error);
+  // What macOS answers to a program that was not let in, where permissions alone would let it.
+  if (error == EPERM) {
+    words += ": on macOS this may be a privacy permission (System Settings, Privacy & Security)";
+  }
+  return words;
+}
+
+std::optional<Refusals> refusalsOf(const Session& session, const Activity& activity) {
+  if (session.behind == 0) return std::nullopt;
+  for (const auto& [path, refusals] : activity.refusedLastHour) {
+    const bool isItsOwn = session.runId.empty()
+                              ? path.ends_with("/runs/daily/") || path.ends_with("/runs/start/")
+                              : path.ends_with(runPath(session.runId, "/steps/"));
+    if (isItsOwn && refusals.count > 1) return refusals;
+  }
+  return std::nullopt;
+}
+
+void readState(const json& values, Session& session) {
+  session.isInCursor = true;
+  session.runId = textAt(values, runState::kRunId);
+  if (!session.runId.empty()) {
+    session.runKind =
+        textAt(values, runState::kDailySessionDate).empty() ? RunKind::ownRun : RunKind::daily;
+  }
+  const auto next = values.find(runState::kStepPosition);
+  const auto position = next == values.end() ? std::nullopt : exactInteger(*next);
+  if (position && *position > 0) session.lastStep = *position - 1;
+}
+
+class Look {
+ public:
+  explicit Look(const Activity& activity) : activity_(activity) {}
+
+  Sessions take() {
+    auto cursor = CursorFile(cursorPath()).examine();
+    cursor_ = std::move(cursor.state);
+    found_.cursorProblem = std::move(cursor.problem);
+    const auto onUnreadable = [this](const std::string& folder, int error) {
+      if (error != ENOENT) found_.unreadable.push_back({folder, wordsFor(error)});
+    };
+    visitSessionRecords(
+        [this](const std::string& path, const json* record) { takeRecord(path, record); },
+        onUnreadable);
+    visitTranscripts(
+        [this](const std::string& path, std::string_view id) { takeTranscript(path, id); },
+        onUnreadable);
+    for (const auto& [id, title] : titles_) {
+      if (!withTranscript_.contains(id)) found_.recordsWithoutTranscript.push_back(id);
+    }
+    return std::move(found_);
+  }
+
+ private:
+  void takeRecord(const std::string& path, const json* record) {
+    ++found_.records;
+    std::string id = record == nullptr ? std::string() : textAt(*record, kSessionId);
+    if (const int error = record == nullptr ? openError(path) : 0) {
+      found_.unreadable.push_back({path, wordsFor(error)});
+    } else if (id.empty()) {
+      found_.uselessRecords.push_back(path);
+    } else {
+      titles_.emplace(std::move(id), textAt(*record, "title"));
+    }
+  }
+
+  void takeTranscript(const std::string& path, std::string_view id) {
+    ++found_.transcripts;
+    const auto title = titles_.find(id);
+    if (title == titles_.end()) {
+      found_.transcriptsWithoutRecord.push_back(path);
+      return;
+    }
+    withTranscript_.insert(title->first);
+    if (const int error = openError(path)) found_.unreadable.push_back({path, wordsFor(error)});
+    Session session{.id = title->first,
+                    .title = title->second.empty() ? title->first : title->second,
+                    .path = path,
+                    .size = sizeOf(path).value_or(0)};
+    const auto known = cursor_.find(path);
+    const json values = known == cursor_.end() ? json::object() : known->second.values;
+    session.offset = startOffset(values, session.size).value_or(session.size);
+    session.behind = session.size - session.offset;
+    if (known != cursor_.end()) readState(values, session);
+    session.heldUpBy = refusalsOf(session, activity_);
+    found_.backlog += session.behind;
+    found_.sessions.push_back(std::move(session));
+  }
+
+  const Activity& activity_;
+  CursorState cursor_;
+  std::map<std::string, std::string, std::less<>> titles_;  // by session id
+  std::set<std::string> withTranscript_;
+  Sessions found_;
+};
+
+}  // namespace
+
+Sessions lookAtSessions(const Activity& activity) { return Look(activity).take(); }
+
+}  // namespace pelmar::status
