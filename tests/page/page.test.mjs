@@ -100,6 +100,10 @@ test("Every view shows what the database holds", () => withStage(async (stage) =
   const raw = await page.getByLabel("JSON as it came").textContent();
   const bodies = stage.rows("SELECT body FROM requests WHERE path LIKE '%/steps/'").map(([body]) => body);
   assert.ok(raw.includes('"tool_result"') && bodies.some((body) => body.includes(raw)));
+  await page.context().grantPermissions(["clipboard-read", "clipboard-write"]);
+  await page.getByRole("button", { name: "Copy" }).click();
+  await page.getByText("Copied, exactly as it came.").waitFor();
+  assert.equal(await page.evaluate(() => navigator.clipboard.readText()), raw);
   await shoot(page, "run");
 
   await go(page, "#/sent");

@@ -27,7 +27,7 @@ class PageQueryTest : public ServiceTest {
 
   // Two turns: a tool that fails, and an answer with its LLM call.
   std::string talk() {
-    const std::string run = newRun();
+    std::string run = newRun();
     send(run, {stepOf(0, "user_message", {{"text", "water \"the\" plants"}})});
     send(run, {stepOf(1, "tool_use",
                       {{"tool_use_id", "t1"},
