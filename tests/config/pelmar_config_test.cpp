@@ -22,7 +22,6 @@ using test::answering;
 using test::RawServer;
 using ::testing::ElementsAre;
 using ::testing::Eq;
-using ::testing::IsEmpty;
 using ::testing::Optional;
 
 constexpr auto* kDefaultSection = "[default]\napi_url = http://d\napi_key = dk\n";
