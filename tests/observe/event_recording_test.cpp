@@ -14,7 +14,6 @@ using test::IsJson;
 using test::kSteps;
 using test::times;
 using testing::ElementsAre;
-using testing::SizeIs;
 
 class EventRecording : public test::RecordingTest {
  protected:

@@ -39,7 +39,7 @@ class Files : public testing::Test {
   std::string below(const std::string& name) const { return root_.path() + "/" + name; }
 
   std::string fifo() const {
-    const std::string path = below("fifo");
+    std::string path = below("fifo");
     EXPECT_EQ(::mkfifo(path.c_str(), 0600), 0);
     return path;
   }
