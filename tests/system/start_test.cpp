@@ -10,7 +10,6 @@
 namespace pelmar::test {
 namespace {
 
-using ::testing::ElementsAre;
 using ::testing::EndsWith;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
