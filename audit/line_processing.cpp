@@ -60,16 +60,18 @@ Outcome report(RunEvent event, json& state, const ObserveClient& client,
 }  // namespace
 
 bool processLine(json fileObj, FileState& fileState, const ObserveClient& client,
-                 const std::string& agentSlug, const std::string& path) {
+                 const std::string& agentSlug, const std::string& path,
+                 const std::function<void(const std::string& key)>& onRecorded) {
   const auto line = std::make_shared<const json>(std::move(fileObj));
   auto& [values, seenKeys] = fileState;
   seenKeys.attach(values);
   for (CoworkEvent& event : AuditParser::parse(line, std::chrono::system_clock::now())) {
-    std::string key = eventDedupKey(*line, event);
+    const std::string key = eventDedupKey(*line, event);
     if (seenKeys.contains(key)) continue;
     switch (report(runEventOf(std::move(event)), values, client, agentSlug, path)) {
       case Outcome::recorded:
-        seenKeys.add(values, std::move(key));
+        seenKeys.add(values, key);
+        if (onRecorded) onRecorded(key);
         break;
       case Outcome::onlyStartedRun:
         break;

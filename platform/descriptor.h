@@ -6,6 +6,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstddef>
+#include <string_view>
 
 namespace pelmar {
 
@@ -29,5 +31,16 @@ class Descriptor {
  private:
   int value_ = -1;
 };
+
+// False with errno set when not all of it could be written; a part then may be.
+inline bool writeAll(const Descriptor& file, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t count = ::write(file.get(), bytes.data(), bytes.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return false;
+    bytes.remove_prefix(static_cast<std::size_t>(count));
+  }
+  return true;
+}
 
 }  // namespace pelmar

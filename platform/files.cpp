@@ -25,16 +25,6 @@ bool isRegularFile(int descriptor) {
   return ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
 }
 
-bool writeAll(int descriptor, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t count = ::write(descriptor, bytes.data(), bytes.size());
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return false;
-    bytes.remove_prefix(static_cast<std::size_t>(count));
-  }
-  return true;
-}
-
 std::string folderOf(const std::string& path) {
   const auto slash = path.rfind('/');
   return slash == std::string::npos ? "." : path.substr(0, slash);
@@ -44,7 +34,7 @@ bool writeFlushed(const std::string& path, std::string_view bytes) {
   // What stands there may be another's, a link or a FIFO: a new file, or none.
   ::unlink(path.c_str());
   const Descriptor file(path.c_str(), O_WRONLY | O_CREAT | O_EXCL, kOwnerOnlyFile);
-  return file.valid() && writeAll(file.get(), bytes) && ::fsync(file.get()) == 0;
+  return file.valid() && writeAll(file, bytes) && ::fsync(file.get()) == 0;
 }
 
 // False with errno set when `temporary` could not take the place of `path`.
@@ -115,6 +105,15 @@ std::optional<std::int64_t> sizeOf(const std::string& path) {
   return static_cast<std::int64_t>(status.st_size);
 }
 
+std::string fileIdentity(const std::string& path) {
+  struct stat status {};
+  std::error_code error;
+  const auto modified = std::filesystem::last_write_time(path, error).time_since_epoch().count();
+  if (error || ::stat(path.c_str(), &status) != 0) return {};
+  return std::to_string(status.st_ino) + ' ' + std::to_string(status.st_size) + ' ' +
+         std::to_string(modified);
+}
+
 void createFolders(const std::string& folder) {
   for (std::size_t end = folder.find('/', 1);; end = folder.find('/', end + 1)) {
     ::mkdir(folder.substr(0, end).c_str(), kOwnerOnlyFolder);
@@ -137,7 +136,7 @@ std::optional<std::string> replaceFile(const std::string& path, const std::strin
 bool appendLine(const std::string& path, std::string_view line) {
   const Descriptor file(path.c_str(), O_WRONLY | O_APPEND | O_NONBLOCK | O_NOCTTY);
   if (!file.valid()) return false;
-  if (writeAll(file.get(), line)) writeAll(file.get(), "\n");
+  if (writeAll(file, line)) writeAll(file, "\n");
   return true;
 }
 

@@ -56,6 +56,8 @@ class Look {
     auto cursor = CursorFile(cursorPath()).examine();
     cursor_ = std::move(cursor.state);
     found_.cursorProblem = std::move(cursor.problem);
+    Journal journal(cursorPath());
+    resume(cursor_, journal);
     const auto onUnreadable = [this](const std::string& folder, int error) {
       if (error != ENOENT) found_.unreadable.push_back({folder, wordsFor(error)});
     };

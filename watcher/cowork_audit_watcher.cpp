@@ -43,10 +43,12 @@ void CoworkAuditWatcher::run() const {
                  " poll=" + std::to_string(pollInterval_) + "s");
 
   CursorState state = cursorFile_.load();
-  if (!fromStart_) seedCursorToEOF(state, cursorFile_);
+  Journal journal(cursorPath());
+  resume(state, journal);
+  if (!fromStart_) seedCursorToEOF(state, cursorFile_, journal);
   double lastHeartbeat = 0;
   for (;;) {
-    pollOnce(state, cursorFile_, client, agentSlug, verbose_);
+    pollOnce(state, cursorFile_, journal, client, agentSlug, verbose_);
     const double now = secondsSince1970();
     if (!agentSlug.empty() && isHeartbeatDue(now, lastHeartbeat)) {
       client.heartbeat(agentSlug);

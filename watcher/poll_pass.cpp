@@ -28,9 +28,11 @@ FileState newFileState(std::int64_t offset) {
                      {runState::kStepPosition, 0}}};
 }
 
-void saveCursor(const CursorFile& cursorFile, const CursorState& state) {
+void saveCursor(const CursorFile& cursorFile, const CursorState& state, Journal& journal) {
   if (const auto failure = cursorFile.save(state)) {
     logger.error("cursor save failed: " + *failure);
+  } else {
+    journal.clear();
   }
 }
 
@@ -58,6 +60,8 @@ std::int64_t decodedLength(std::string_view bytes) {
 struct Reading {
   const std::string& path;
   FileState& fileState;
+  bool isKnown;  // to the cursor state
+  Journal& journal;
   const ObserveClient& client;
   const std::string& agentSlug;
 };
@@ -68,6 +72,8 @@ struct Reading {
 std::int64_t reportLines(const Reading& reading, std::string_view bytes, std::int64_t start,
                          std::int64_t size) {
   std::int64_t running = start;
+  const auto& values = reading.fileState.values;
+  const auto onRecorded = [&](const std::string& key) { reading.journal.addEvent(values, key); };
   const std::string_view partial = splitLinesKeepPartial(bytes, [&](std::string_view text) {
     if (trimmedBlanks(text).empty()) {
       running += static_cast<std::int64_t>(text.size()) + 1;
@@ -77,10 +83,11 @@ std::int64_t reportLines(const Reading& reading, std::string_view bytes, std::in
     if (!line.object) {
       logger.error("skipping malformed line in " + reading.path);
     } else if (!processLine(std::move(*line.object), reading.fileState, reading.client,
-                            reading.agentSlug, reading.path)) {
+                            reading.agentSlug, reading.path, onRecorded)) {
       return false;
     }
     running += line.length;
+    reading.journal.addLine(values, start + (text.data() + text.size() - bytes.data()) + 1);
     return true;
   });
   return std::max(start, std::min(size - decodedLength(partial), running));
@@ -98,7 +105,9 @@ bool readNewLines(const Reading& reading, std::int64_t size) {
     logger.error("seek/read failed for " + reading.path);
     return false;
   }
-  reading.fileState.values[kOffset] = reportLines(reading, *read.bytes, *start, size);
+  auto& values = reading.fileState.values;
+  reading.journal.begin(reading.path, values, reading.isKnown);
+  values[kOffset] = reportLines(reading, *read.bytes, *start, size);
   return true;
 }
 
@@ -111,8 +120,21 @@ std::optional<std::int64_t> startOffset(const json& values, std::int64_t size) {
   return offset;
 }
 
-void pollOnce(CursorState& state, const CursorFile& cursorFile, const ObserveClient& client,
-              const std::string& agentSlug, bool verbose) {
+void resume(CursorState& state, Journal& journal) {
+  for (const JournalEntry& entry : journal.load()) {
+    const auto known = state.try_emplace(entry.transcript, FileState{.values = json::object()});
+    auto& [values, seenKeys] = known.first->second;
+    values.update(entry.values);
+    if (entry.offset) values[kOffset] = *entry.offset;
+    if (!entry.seenKey) continue;
+    seenKeys.attach(values);
+    seenKeys.add(values, *entry.seenKey);
+    seenKeys.trim(values);
+  }
+}
+
+void pollOnce(CursorState& state, const CursorFile& cursorFile, Journal& journal,
+              const ObserveClient& client, const std::string& agentSlug, bool verbose) {
   const auto files = auditFiles();
   if (verbose) logger.debug("found " + std::to_string(files.size()) + " audit.jsonl files");
   for (const auto& path : files) {
@@ -123,15 +145,17 @@ void pollOnce(CursorState& state, const CursorFile& cursorFile, const ObserveCli
     if (known == state.end()) unknown = newFileState(0);
     const Reading reading{.path = path,
                           .fileState = unknown ? *unknown : known->second,
+                          .isKnown = !unknown,
+                          .journal = journal,
                           .client = client,
                           .agentSlug = agentSlug};
     if (!readNewLines(reading, *size)) continue;
     if (unknown) state.emplace(path, *std::move(unknown));
-    saveCursor(cursorFile, state);
+    saveCursor(cursorFile, state, journal);
   }
 }
 
-void seedCursorToEOF(CursorState& state, const CursorFile& cursorFile) {
+void seedCursorToEOF(CursorState& state, const CursorFile& cursorFile, Journal& journal) {
   std::size_t seeded = 0;
   for (const auto& path : auditFiles()) {
     if (state.contains(path)) continue;
@@ -142,7 +166,7 @@ void seedCursorToEOF(CursorState& state, const CursorFile& cursorFile) {
   }
   if (seeded == 0) return;
   logger.message("seeded cursor to EOF for " + std::to_string(seeded) + " audit files (tail-only)");
-  saveCursor(cursorFile, state);
+  saveCursor(cursorFile, state, journal);
 }
 
 }  // namespace pelmar

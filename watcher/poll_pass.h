@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 
+#include "journal/journal.h"
 #include "observe/observe_client.h"
 #include "watcher/cursor_file.h"
 
@@ -17,15 +18,18 @@ namespace pelmar {
 // when it holds nothing new.
 std::optional<std::int64_t> startOffset(const nlohmann::json& values, std::int64_t size);
 
+// Brings `state`, as the cursor file has it, up to what the journal says was recorded since.
+void resume(CursorState& state, Journal& journal);
+
 // Reads what was appended to each transcript, reports its complete lines and moves its offset
 // behind those that were handled; a line that could not be reported, and all behind it, waits for
-// the next pass. Saves the cursor after each transcript that was read. Blocks for the requests that
-// it makes.
-void pollOnce(CursorState& state, const CursorFile& cursorFile, const ObserveClient& client,
-              const std::string& agentSlug, bool verbose);
+// the next pass. Each event goes into the journal; the cursor is saved after each transcript that
+// was read, and empties it. Blocks for the requests that it makes.
+void pollOnce(CursorState& state, const CursorFile& cursorFile, Journal& journal,
+              const ObserveClient& client, const std::string& agentSlug, bool verbose);
 
 // Gives every transcript that `state` does not know an offset at its present end, so that only what
 // is written later is reported, and saves the cursor when there was one.
-void seedCursorToEOF(CursorState& state, const CursorFile& cursorFile);
+void seedCursorToEOF(CursorState& state, const CursorFile& cursorFile, Journal& journal);
 
 }  // namespace pelmar

@@ -4,6 +4,7 @@
 
 #include <filesystem>
 
+#include "journal/journal.h"
 #include "tests/status/status_home.h"
 #include "tests/support/without_privileges.h"
 
@@ -146,6 +147,17 @@ TEST_F(StatusReport, BacklogIsTheBytesBehindOfAllSessions) {
   home_.setCursor(a, R"({"offset":4})");
   const Sessions sessions = takeReport(false).sessions;
   EXPECT_EQ(sessions.backlog, 6 + 5);
+}
+
+TEST_F(StatusReport, WhatTheJournalHasIsNotBehind) {
+  const std::string a = home_.addTranscript("a", "123456789\n");
+  home_.setCursor(a, R"({"offset":4})");
+  Journal journal(home_.cursor());
+  journal.begin(a, {{"offset", 4}}, true);
+  journal.addLine({{"offset", 4}, {"run_id", "R"}}, 8);
+  const Sessions sessions = takeReport(false).sessions;
+  EXPECT_EQ(sessions.backlog, 2);
+  EXPECT_EQ(sessions.sessions.at(0).runId, "R");
 }
 
 TEST_F(StatusReport, TranscriptShorterThanItsOffsetIsNotBehind) {

@@ -99,13 +99,15 @@ class PollMeanwhile : public testing::Test {
         });
     if (!server) throw std::runtime_error("no server");
     const ObserveClient client("http://127.0.0.1:" + std::to_string(server->port()), "k");
-    return logOf([&] { pollOnce(state_, CursorFile(root_.cursor()), client, "", false); });
+    return logOf(
+        [&] { pollOnce(state_, CursorFile(root_.cursor()), journal_, client, "", false); });
   }
 
   test::TempRoot root_;
   std::string first_;
   std::string second_;
   CursorState state_;
+  Journal journal_{root_.cursor()};
 };
 
 TEST_F(PollMeanwhile, TranscriptThatVanishesIsSkippedSilently) {
@@ -153,12 +155,13 @@ TEST_F(PollMeanwhile, WhatIsAppendedToTheTranscriptBeingReadWaitsForTheNextPass)
 // Without a service, whose threads a forked child would lack.
 class PollDeathTest : public testing::Test {
  protected:
-  void poll() { pollOnce(state_, CursorFile(root_.cursor()), client_, "", false); }
+  void poll() { pollOnce(state_, CursorFile(root_.cursor()), journal_, client_, "", false); }
 
   test::TempRoot root_;
   test::RefusingPort port_;
   ObserveClient client_{port_.url(), "k"};
   CursorState state_;
+  Journal journal_{root_.cursor()};
 };
 
 TEST_F(PollDeathTest, NegativeStoredOffsetEndsTheProcess) {

@@ -34,7 +34,8 @@ class PollTest : public ServiceTest {
 
   // What is logged during one pass.
   std::vector<std::string> poll(bool verbose = false) {
-    return logOf([&] { pollOnce(state_, CursorFile(root_.cursor()), client(), "", verbose); });
+    return logOf(
+        [&] { pollOnce(state_, CursorFile(root_.cursor()), journal_, client(), "", verbose); });
   }
 
   // The texts of the user messages that were sent, in order.
@@ -62,6 +63,7 @@ class PollTest : public ServiceTest {
   }
 
   CursorState state_;
+  Journal journal_{root_.cursor()};
 };
 
 }  // namespace pelmar::test

@@ -29,7 +29,8 @@ Seeding seed(const TempRoot& root) {
   const CursorFile file(root.cursor());
   Seeding seeding{.state = file.load(), .log = {}};
   testing::internal::CaptureStderr();
-  seedCursorToEOF(seeding.state, file);
+  Journal journal(root.cursor());
+  seedCursorToEOF(seeding.state, file, journal);
   seeding.log = testing::internal::GetCapturedStderr();
   return seeding;
 }

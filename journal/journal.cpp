@@ -1,0 +1,143 @@
+#include "journal/journal.h"
+
+#include <charconv>
+#include <string_view>
+
+#include "platform/files.h"
+#include "platform/json.h"
+
+namespace pelmar {
+namespace {
+
+constexpr const char* kContinues = "continues";
+constexpr const char* kTranscript = "transcript";
+constexpr const char* kValues = "values";
+constexpr const char* kOffset = "offset";
+constexpr const char* kSeenKey = "seen_key";
+
+// FNV-1a, begun with the checksum of the record before: damage and gaps show, no more is needed.
+constexpr std::uint64_t kFnvBasis = 0xcbf29ce484222325;
+std::uint64_t checksumOf(std::string_view text, std::uint64_t before) {
+  std::uint64_t sum = before;
+  for (const char c : text) sum = (sum ^ static_cast<unsigned char>(c)) * 0x100000001b3;
+  return sum;
+}
+
+// Takes the first line, "CHECKSUM RECORD", off `rest`; none when it is damaged.
+std::optional<json> takeRecord(std::string_view& rest, std::uint64_t& checksum) {
+  const auto feed = rest.find('\n');
+  const auto space = rest.find(' ');
+  if (feed == rest.npos || space > feed) return std::nullopt;
+  const std::string_view text = rest.substr(space + 1, feed - space - 1);
+  std::uint64_t written = 0;
+  const auto digits = std::from_chars(rest.data(), rest.data() + space, written, 16);
+  const auto actual = checksumOf(text, checksum);
+  if (digits.ptr != rest.data() + space || written != actual) return std::nullopt;
+  auto record = parseJsonObject(text);
+  if (!record) return std::nullopt;
+  checksum = actual;
+  rest.remove_prefix(feed + 1);
+  return record;
+}
+
+// None when it is of another shape.
+std::optional<JournalEntry> entryOf(json record) {
+  const std::string* transcript = stringAt(record, kTranscript);
+  const auto values = record.find(kValues);
+  if (transcript == nullptr || values == record.end() || !values->is_object()) return std::nullopt;
+  JournalEntry entry{.transcript = *transcript, .values = std::move(*values)};
+  if (const auto offset = record.find(kOffset); offset != record.end()) {
+    entry.offset = exactInteger(*offset);
+  }
+  if (const std::string* key = stringAt(record, kSeenKey)) entry.seenKey = *key;
+  return entry;
+}
+
+// Adds the line of `record` to `text`.
+void addRecord(const json& record, std::uint64_t& checksum, std::string& text) {
+  const std::string line = compactJson(record);
+  checksum = checksumOf(line, checksum);
+  char digits[16];
+  text.append(digits, std::to_chars(digits, digits + sizeof digits, checksum, 16).ptr);
+  text.append(" ").append(line).append("\n");
+}
+
+}  // namespace
+
+std::string journalPath(const std::string& cursorPath) {
+  return cursorPath.substr(0, cursorPath.rfind(".json")) + "-journal.jsonl";
+}
+
+std::vector<JournalEntry> Journal::load() {
+  std::vector<JournalEntry> entries;
+  const auto text = readFile(journalPath(cursorPath_));
+  if (!text) return entries;
+  std::string_view rest = *text;
+  std::uint64_t checksum = kFnvBasis;
+  const auto header = takeRecord(rest, checksum);
+  if (!header || textAt(*header, kContinues) != fileIdentity(cursorPath_)) return entries;
+  for (;;) {
+    length_ = text->size() - rest.size();
+    checksum_ = checksum;
+    auto record = takeRecord(rest, checksum);
+    auto entry = record ? entryOf(*std::move(record)) : std::nullopt;
+    if (!entry) return entries;
+    entries.push_back(*std::move(entry));
+  }
+}
+
+void Journal::begin(const std::string& transcript, const json& values, bool isKnown) {
+  transcript_ = transcript;
+  written_ = json::object();
+  offset_.reset();
+  json changes = takeChanges(values);
+  if (!isKnown) append({{kValues, std::move(changes)}});
+}
+
+void Journal::addEvent(const json& values, const std::string& seenKey) {
+  append({{kValues, takeChanges(values)}, {kSeenKey, seenKey}});
+}
+
+void Journal::addLine(const json& values, std::int64_t offset) {
+  offset_ = offset;
+  json changes = takeChanges(values);
+  if (!changes.empty()) append({{kValues, std::move(changes)}});
+}
+
+void Journal::clear() {
+  if (length_ > 0 && !file_) file_.emplace(journalPath(cursorPath_), length_);
+  if (file_) file_->cut(0);
+  file_.reset();
+  length_ = 0;
+}
+
+json Journal::takeChanges(const json& values) {
+  json changes = json::object();
+  for (const auto& [key, value] : values.items()) {
+    if (value.is_structured()) continue;
+    const auto written = written_.find(key);
+    if (written != written_.end() && *written == value) continue;
+    written_[key] = value;
+    changes[key] = value;
+  }
+  return changes;
+}
+
+void Journal::append(json entry) {
+  entry[kTranscript] = transcript_;
+  if (offset_) entry[kOffset] = *offset_;
+  offset_.reset();
+  std::string text;
+  if (length_ == 0) {
+    checksum_ = kFnvBasis;
+    const std::string cursor = fileIdentity(cursorPath_);
+    if (cursor.empty()) createFolders(cursorPath_.substr(0, cursorPath_.rfind('/')));
+    addRecord({{kContinues, cursor}}, checksum_, text);
+  }
+  addRecord(entry, checksum_, text);
+  if (!file_) file_.emplace(journalPath(cursorPath_), length_);
+  length_ += text.size();
+  file_->append(text);
+}
+
+}  // namespace pelmar

@@ -1,0 +1,68 @@
+#pragma once
+
+// What was recorded since the cursor file was last saved. That file is written once a transcript a
+// pass; an agent that is killed in the middle of a long one would send all of it again. Beside it
+// this keeps a line an event, emptied by each save. An aid and no more: when it is lost, damaged,
+// unwritable or of another cursor file, the cursor file alone holds. Not flushed: it outlives the
+// process, not a power cut.
+
+#include <cstdint>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/append_file.h"
+
+namespace pelmar {
+
+// What one entry says of a transcript.
+struct JournalEntry {
+  std::string transcript;
+  nlohmann::json values;                 // keys of its per-file state with their new values
+  std::optional<std::int64_t> offset{};  // behind its last handled line
+  std::optional<std::string> seenKey{};  // of the event that was recorded
+};
+
+// Beside the cursor file at `cursorPath`.
+std::string journalPath(const std::string& cursorPath);
+
+class Journal {
+ public:
+  // Touches no file.
+  explicit Journal(std::string cursorPath) : cursorPath_(std::move(cursorPath)) {}
+
+  // What continues the cursor file that stands there, oldest first, up to the first damaged entry;
+  // what is added next goes behind it. Blocks on one read of the whole journal.
+  std::vector<JournalEntry> load();
+
+  // What is added from now on is about `transcript`, whose per-file state is `values`; of these
+  // only keys whose value is no array or object are looked at. `isKnown`: the cursor file or this
+  // journal has it; when not, an entry is added at once.
+  void begin(const std::string& transcript, const nlohmann::json& values, bool isKnown);
+
+  // Adds the event `seenKey` that was just recorded, and what of `values` changed with it. One
+  // write.
+  void addEvent(const nlohmann::json& values, const std::string& seenKey);
+
+  // Everything before `offset` was handled. Kept for the next entry, which is added now only when
+  // `values` changed.
+  void addLine(const nlohmann::json& values, std::int64_t offset);
+
+  // The cursor file has been saved and holds all of it.
+  void clear();
+
+ private:
+  nlohmann::json takeChanges(const nlohmann::json& values);
+  void append(nlohmann::json entry);
+
+  std::string cursorPath_;
+  std::string transcript_{};
+  nlohmann::json written_{};              // of transcript_: what is known of its values
+  std::optional<std::int64_t> offset_{};  // of transcript_: not written yet
+  std::optional<AppendFile> file_{};      // open from the first entry to the next clear()
+  std::uint64_t checksum_ = 0;            // over all records so far
+  std::size_t length_ = 0;                // of what is good in the file; 0: no header yet
+};
+
+}  // namespace pelmar
