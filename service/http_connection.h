@@ -15,7 +15,19 @@
 
 namespace pelmar::service {
 
-class HttpConnection final : public httplib::Stream {
+// What one version of httplib asks of a stream and another (0.11 to 0.41) does not know: none of it
+// is marked as overriding.
+// NOLINTBEGIN(modernize-use-override,cppcoreguidelines-explicit-virtual-functions)
+class StreamOfAnyVersion : public httplib::Stream {
+ public:
+  virtual bool is_writable() const { return true; }
+  virtual bool wait_readable() const { return true; }
+  virtual bool wait_writable() const { return true; }
+  virtual time_t duration() const { return 0; }
+};
+// NOLINTEND(modernize-use-override,cppcoreguidelines-explicit-virtual-functions)
+
+class HttpConnection final : public StreamOfAnyVersion {
  public:
   // Does not own the socket.
   explicit HttpConnection(int socket);
@@ -35,7 +47,6 @@ class HttpConnection final : public httplib::Stream {
   bool sendChunk(std::string_view piece);
 
   bool is_readable() const override { return true; }
-  bool is_writable() const override { return true; }
   ssize_t read(char* to, size_t size) override;
   ssize_t write(const char* from, size_t size) override;
   void get_remote_ip_and_port(std::string& ip, int& port) const override;

@@ -30,7 +30,10 @@ constexpr std::size_t kMaxBodyBytes = std::size_t{256} << 20;
 // a pool of a fixed size would run dry.
 class ThreadPerConnection final : public httplib::TaskQueue {
  public:
-  void enqueue(std::function<void()> serve) override {
+  // Nothing in older versions of httplib; in newer ones, whether it was taken.
+  using Enqueued = decltype(std::declval<httplib::TaskQueue&>().enqueue({}));
+
+  Enqueued enqueue(std::function<void()> serve) override {
     workers_.remove_if([](Worker& worker) {
       if (!worker.isDone) return false;
       worker.thread.join();
@@ -41,6 +44,7 @@ class ThreadPerConnection final : public httplib::TaskQueue {
       serve();
       worker.isDone = true;
     });
+    return static_cast<Enqueued>(true);
   }
 
   void shutdown() override {
@@ -192,7 +196,7 @@ class HttpServer::Listener final : public httplib::Server {
     while (connection.awaitRequest()) {
       currentExchange = Exchange{&connection};
       bool isClosed = false;
-      const bool isAnswered = process_request(connection, false, isClosed, nullptr);
+      const bool isAnswered = process(*this, connection, isClosed);
       const bool isUsable = connection.finish(currentExchange.ending, currentExchange.rawBytes);
       if (currentExchange.stream) {
         currentExchange.stream(
@@ -201,6 +205,18 @@ class HttpServer::Listener final : public httplib::Server {
         return;
       }
       if (!isAnswered || isClosed || !isUsable || currentExchange.isLast) return;
+    }
+  }
+
+  // Newer versions of httplib are told the addresses of both ends, which nobody asks for.
+  template <typename Self>
+  static bool process(Self& self, HttpConnection& connection, bool& isClosed) {
+    if constexpr (requires {
+                    self.process_request(connection, "", 0, "", 0, false, isClosed, nullptr);
+                  }) {
+      return self.process_request(connection, "", 0, "", 0, false, isClosed, nullptr);
+    } else {
+      return self.process_request(connection, false, isClosed, nullptr);
     }
   }
 
