@@ -5,9 +5,9 @@
 namespace pelmar {
 namespace {
 
-bool isFileOfAtLeast(const Descriptor& file, std::size_t length) {
+bool hasAtLeast(std::size_t length, const Descriptor& file) {
   struct stat status {};
-  return file.valid() && ::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode) &&
+  return file.valid() && ::fstat(file.get(), &status) == 0 &&
          static_cast<std::size_t>(status.st_size) >= length;
 }
 
@@ -15,14 +15,15 @@ bool isFileOfAtLeast(const Descriptor& file, std::size_t length) {
 
 AppendFile::AppendFile(const std::string& path, std::size_t length)
     : file_(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, 0600),
-      isGood_(isFileOfAtLeast(file_, length)) {
-  cut(length);
+      // What is no regular file cannot be cut.
+      isUsable_(hasAtLeast(length, file_) && cut(length)) {}
+
+void AppendFile::append(std::string_view bytes) {
+  if (isUsable_) writeAll(file_, bytes);
 }
 
-void AppendFile::append(std::string_view bytes) { isGood_ = isGood_ && writeAll(file_, bytes); }
-
-void AppendFile::cut(std::size_t length) {
-  isGood_ = isGood_ && ::ftruncate(file_.get(), static_cast<off_t>(length)) == 0;
+bool AppendFile::cut(std::size_t length) {
+  return ::ftruncate(file_.get(), static_cast<off_t>(length)) == 0;
 }
 
 }  // namespace pelmar

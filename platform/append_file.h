@@ -8,22 +8,23 @@
 
 namespace pelmar {
 
-// A regular file, for its owner only, that is held open and written to at its end. What fails once
-// fails from then on, silently: for what can be done without.
+// A file, for its owner only, that is held open and written to at its end. What fails is silent:
+// for what can be done without.
 class AppendFile {
  public:
-  // Opens `path` or creates it, and cuts off what stands behind `length` bytes. A shorter file, a
-  // link or anything else but a file fails.
+  // Opens `path` or creates it, and cuts off what stands behind `length` bytes. Where a shorter
+  // file, a link or no regular file stands, nothing is ever written.
   AppendFile(const std::string& path, std::size_t length);
 
-  // One write. A part that was written before it failed stays.
+  // One write. When it fails, a part may have been written.
   void append(std::string_view bytes);
 
-  void cut(std::size_t length);
+  // False when it failed.
+  bool cut(std::size_t length);
 
  private:
   Descriptor file_;
-  bool isGood_;
+  bool isUsable_;
 };
 
 }  // namespace pelmar

@@ -236,6 +236,16 @@ TEST_F(JournalTest, AMissingEntryEndsIt) {
   EXPECT_THAT(loaded(), SizeIs(1));
 }
 
+TEST_F(JournalTest, AFileThatIsCutShortMeanwhileIsNotFilledUp) {
+  addThreeEvents();
+  Journal next(root_.cursor());
+  EXPECT_THAT(next.load(), SizeIs(3));
+  writeFile(path(), "cut");
+  next.begin("/u", json::object(), true);
+  next.addEvent(json::object(), "d");
+  EXPECT_EQ(contentOf(path()), "cut");
+}
+
 TEST_F(JournalTest, IsForItsOwnerOnly) {
   addThreeEvents();
   EXPECT_EQ(test::permissionsOf(path()), 0600);

@@ -192,6 +192,27 @@ TEST_F(Resume, TheJournalLeavesNoTraceInTheCursorFile) {
   EXPECT_EQ(contentOf(root_.cursor()), saved);
 }
 
+TEST_F(Resume, TheOffsetStandsBehindTheLastHandledLine) {
+  const auto path = root_.addTranscript("a", user("one") + user("two") + user("three"));
+  startAgent();
+  remains_.at(3).putBack(root_.cursor());
+  CursorState state;
+  Journal journal(root_.cursor());
+  resume(state, journal);
+  EXPECT_EQ(state.at(path).values.at("offset"), user("one").size());
+}
+
+TEST_F(Resume, AListOfKeysThatIsNoneIsBegunAnew) {
+  Journal journal(root_.cursor());
+  journal.begin("/t", json::object(), true);
+  journal.addEvent(json::object(), "a");
+  CursorState state;
+  state["/t"].values = {{"seen_keys", "no list"}};
+  Journal next(root_.cursor());
+  resume(state, next);
+  EXPECT_EQ(state.at("/t").values.dump(), R"({"seen_keys":["a"]})");
+}
+
 TEST_F(Resume, ManyEventsOfTheJournalKeepTheNewestKeys) {
   Journal journal(root_.cursor());
   journal.begin("/t", json::object(), true);
