@@ -12,6 +12,7 @@ import unittest
 from built import AGENT, BUILD, STATUS, files_below, need, skip
 
 PACKAGE = "pelmar-cowork-watcher"
+UNIT = f"{PACKAGE}.service"
 INSIDE = "PELMAR_TEST_INSIDE"
 INSTALLED = [
     "usr/bin/PelmarCoworkWatcher",
@@ -28,6 +29,16 @@ INSTALLED = [
 ]
 # What dpkg and its triggers keep for themselves, whatever the package.
 BOOKKEEPING = ("var/lib/dpkg/", "var/log/", "var/cache/", "tmp/", "etc/ld.so.cache")
+
+
+# Stands before the real one: one user is logged in, and what is asked of that user's manager is noted.
+SYSTEMCTL = """#!/bin/sh
+case "$1" in
+  list-units) echo "user@1234.service loaded active running User Manager for UID 1234" ;;
+  --user) echo "$*" >>/tmp/asked ;;
+  *) exec /usr/bin/systemctl.real "$@" ;;
+esac
+"""
 
 
 def run(*command, **how):
@@ -88,6 +99,13 @@ class DebianPackage(unittest.TestCase):
             if not path.startswith(BOOKKEEPING) and "/doc/" not in path
         ]
 
+    def asked(self):
+        """What the user's manager was asked since the last call."""
+        asked = self.root / "tmp" / "asked"
+        lines = asked.read_text().splitlines() if asked.exists() else []
+        asked.unlink(missing_ok=True)
+        return lines
+
     def version(self):
         return self.in_root("dpkg-query", "-W", "-f=${Version} ${db:Status-Status}", PACKAGE)
 
@@ -96,22 +114,30 @@ class DebianPackage(unittest.TestCase):
         home = self.root / "root"
         (home / ".pelmar").mkdir(exist_ok=True)
         (home / ".pelmar" / "cowork-cursor.json").write_text("{}")
+        systemctl = self.root / "usr" / "bin" / "systemctl"
+        systemctl.rename(systemctl.with_suffix(".real"))
+        systemctl.write_text(SYSTEMCTL)
+        systemctl.chmod(0o755)
         users_own = self.changes()
+        manager = "--user --machine 1234@"
 
         self.install(old)
+        self.assertEqual(self.asked(), [])
         self.assertEqual(self.version(), "0.0.9 installed")
         self.assertEqual([path for path in self.changes() if path not in users_own], INSTALLED)
-        self.in_root("systemctl", "--global", "enable", f"{PACKAGE}.service")
+        self.in_root("systemctl", "--global", "enable", UNIT)
 
         self.install(new)
         self.assertEqual(self.version(), "0.1.0 installed")
+        self.assertEqual(self.asked(), [f"{manager} daemon-reload", f"{manager} try-restart {UNIT}"])
         self.assertTrue(self.in_root(STATUS, "--version").startswith(STATUS))
         missing = self.in_root("sh", "-c", f"ldd /usr/bin/{AGENT} | grep 'not found' || true")
         self.assertEqual(missing, "")
-        link = f"etc/systemd/user/default.target.wants/{PACKAGE}.service"
+        link = f"etc/systemd/user/default.target.wants/{UNIT}"
         self.assertTrue((self.root / link).is_symlink())  # an upgrade keeps the administrator's choice
 
         self.in_root("dpkg", "-r", PACKAGE)
+        self.assertEqual(self.asked(), [f"{manager} stop {UNIT}"])
         self.assertEqual(self.changes(), users_own)
         self.in_root("dpkg", "--purge", PACKAGE)
         self.assertEqual(self.changes(), users_own)
