@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <chrono>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
@@ -108,10 +109,11 @@ std::optional<std::int64_t> sizeOf(const std::string& path) {
 std::string fileIdentity(const std::string& path) {
   struct stat status {};
   std::error_code error;
-  const auto modified = std::filesystem::last_write_time(path, error).time_since_epoch().count();
+  const auto modified = std::chrono::duration_cast<std::chrono::nanoseconds>(
+      std::filesystem::last_write_time(path, error).time_since_epoch());
   if (error || ::stat(path.c_str(), &status) != 0) return {};
   return std::to_string(status.st_ino) + ' ' + std::to_string(status.st_size) + ' ' +
-         std::to_string(modified);
+         std::to_string(static_cast<std::int64_t>(modified.count()));
 }
 
 void createFolders(const std::string& folder) {
