@@ -94,6 +94,17 @@ bool Statement::run(std::initializer_list<SqlValue> values) {
   return outcome == SQLITE_DONE;
 }
 
+std::optional<std::int64_t> Statement::integer(std::initializer_list<SqlValue> values) {
+  std::optional<std::int64_t> number;
+  if (!bind(values)) return number;
+  if (sqlite3_step(statement_.get()) == SQLITE_ROW &&
+      sqlite3_column_type(statement_.get(), 0) == SQLITE_INTEGER) {
+    number = sqlite3_column_int64(statement_.get(), 0);
+  }
+  sqlite3_reset(statement_.get());
+  return number;
+}
+
 std::vector<json> Statement::rows(std::initializer_list<SqlValue> values) {
   std::vector<json> result;
   if (!bind(values)) return result;
@@ -137,6 +148,8 @@ std::string Database::lastError() const {
 bool Database::execute(const char* sql) {
   return sqlite3_exec(connection_.get(), sql, nullptr, nullptr, nullptr) == SQLITE_OK;
 }
+
+std::int64_t Database::lastRow() const { return sqlite3_last_insert_rowid(connection_.get()); }
 
 bool Database::isInTransaction() const { return sqlite3_get_autocommit(connection_.get()) == 0; }
 

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <initializer_list>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -40,6 +41,9 @@ class Statement {
   // Runs to the end; `values` fill the places marked "?" in their order.
   bool run(std::initializer_list<SqlValue> values = {});
 
+  // The integer in the first row's first column; none when there is no row or no integer.
+  std::optional<std::int64_t> integer(std::initializer_list<SqlValue> values = {});
+
   // The result, each row an object from column name to value.
   std::vector<json> rows(std::initializer_list<SqlValue> values = {});
 
@@ -61,6 +65,9 @@ class Database {
 
   bool isOpen() const { return connection_ != nullptr; }
   std::string lastError() const;
+
+  // The row that was inserted last.
+  std::int64_t lastRow() const;
 
   // Whether a transaction is open: SQLite ends one by itself when the disk is full.
   bool isInTransaction() const;

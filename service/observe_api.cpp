@@ -104,7 +104,7 @@ HttpReply ObserveApi::record(const std::string& runId, std::string_view what, co
     std::string_view name;
     const char* list;
     std::optional<BodyFault> (*check)(const json& body);
-    bool (Store::*add)(std::string_view runId, const json& body, TimePoint now);
+    bool (Store::*add)(const RunRow& run, const json& body, TimePoint now);
   };
   constexpr Operation kOperations[] = {
       {"steps", "steps", checkSteps, &Store::addSteps},
@@ -113,8 +113,9 @@ HttpReply ObserveApi::record(const std::string& runId, std::string_view what, co
   for (const Operation& operation : kOperations) {
     if (operation.name != what) continue;
     if (const auto fault = operation.check(body)) return refused(*fault);
-    if (!store_.findRun(runId)) return errorReply(404, "the run is unknown");
-    if (!(store_.*operation.add)(runId, body, now)) return storeFailed();
+    const auto run = store_.findRun(runId);
+    if (!run) return errorReply(404, "the run is unknown");
+    if (!(store_.*operation.add)(*run, body, now)) return storeFailed();
     json answer = {{"run_id", runId}};
     if (operation.list == nullptr) {
       answer["status"] = body.at("status");

@@ -82,8 +82,8 @@ Store::Store(Database database)
       rollbackTo_(database_.prepare("ROLLBACK TO request")),
       commit_(database_.prepare("COMMIT")),
       rollback_(database_.prepare("ROLLBACK")),
-      lastRequest_(database_.prepare("SELECT coalesce(max(id), 0) AS id FROM requests")),
-      findRun_(database_.prepare("SELECT * FROM runs WHERE run_id = ?")),
+      lastRequest_(database_.prepare("SELECT max(id) FROM requests")),
+      findRun_(database_.prepare("SELECT id FROM runs WHERE run_id = ?")),
       findDailyRun_(database_.prepare(
           "SELECT * FROM runs WHERE kind = 'daily' AND agent_slug = ? AND date = ?")),
       addRun_(database_.prepare(
@@ -135,20 +135,14 @@ void Store::flush() {
   if (database_.isInTransaction() && !commit_.run()) rollback_.run();
 }
 
-std::int64_t Store::rowOfRun(std::string_view runId) {
-  const auto run = findRun(runId);
-  return run ? run->at("id").get<std::int64_t>() : 0;
+std::optional<RunRow> Store::findRun(std::string_view runId) {
+  const auto row = findRun_.integer({runId});
+  if (!row) return std::nullopt;
+  return RunRow{runId, *row};
 }
 
 // The row that the request under way will get: rows are never deleted.
-std::int64_t Store::nextRequest() {
-  const auto last = firstOf(lastRequest_.rows());
-  return (last ? last->at("id").get<std::int64_t>() : 0) + 1;
-}
-
-std::optional<json> Store::findRun(std::string_view runId) {
-  return firstOf(findRun_.rows({runId}));
-}
+std::int64_t Store::nextRequest() { return lastRequest_.integer().value_or(0) + 1; }
 
 std::optional<json> Store::findDailyRun(std::string_view agentSlug, std::string_view date) {
   return firstOf(findDailyRun_.rows({agentSlug, date}));
@@ -165,7 +159,7 @@ bool Store::addRun(json& run, const json& body) {
                     textOf(run, "started_at"), compactJson(inputs), compactJson(metadata)})) {
     return false;
   }
-  const std::int64_t row = rowOfRun(textOf(run, "run_id"));
+  const std::int64_t row = database_.lastRow();
   return (inputs.empty() ||
           tallies_.addFreeText(row, "run start", "inputs", "other", freeTextBytes(inputs))) &&
          (metadata.empty() ||
@@ -188,9 +182,9 @@ bool Store::addSessionRun(const json& body, TimePoint now, json& run) {
   return addRun(run, body);
 }
 
-bool Store::addSteps(std::string_view runId, const json& body, TimePoint now) {
+bool Store::addSteps(const RunRow& run, const json& body, TimePoint now) {
   const std::string receivedAt = iso8601Milliseconds(now);
-  StoredStep stored{.run = rowOfRun(runId), .request = nextRequest(), .receivedAt = receivedAt};
+  StoredStep stored{.run = run.row, .request = nextRequest(), .receivedAt = receivedAt};
   for (const json& step : body.at("steps")) {
     const json& output = step.at("output");
     const std::string text = compactJson(output);
@@ -199,7 +193,7 @@ bool Store::addSteps(std::string_view runId, const json& body, TimePoint now) {
     stored.sessionId = textOf(output, "session_id");
     stored.timestamp = textOf(output, "timestamp");
     stored.outputText = text;
-    if (!addStep_.run({runId, stored.position, textOf(step, "step_name"), stored.kind,
+    if (!addStep_.run({run.runId, stored.position, textOf(step, "step_name"), stored.kind,
                        stored.sessionId, stored.timestamp, textOf(body, "hardware_uuid"), text,
                        receivedAt}) ||
         !tallies_.addStep(stored, output)) {
@@ -210,32 +204,31 @@ bool Store::addSteps(std::string_view runId, const json& body, TimePoint now) {
   return true;
 }
 
-bool Store::addLlmCalls(std::string_view runId, const json& body, TimePoint now) {
+bool Store::addLlmCalls(const RunRow& run, const json& body, TimePoint now) {
   const std::string receivedAt = iso8601Milliseconds(now);
-  const std::int64_t run = rowOfRun(runId);
   for (const json& call : body.at("calls")) {
-    if (!addLlmCall_.run({runId, textOf(call, "model"), integerOf(call, "tokens_in"),
+    if (!addLlmCall_.run({run.runId, textOf(call, "model"), integerOf(call, "tokens_in"),
                           integerOf(call, "tokens_out"), call.at("cost").get<double>(),
                           textOf(call, "task"), textOf(call, "prompt_preview"),
                           textOf(call, "response_preview"), textOf(body, "hardware_uuid"),
                           receivedAt}) ||
-        !tallies_.addLlmCall(run, call, receivedAt)) {
+        !tallies_.addLlmCall(run.row, call, receivedAt)) {
       return false;
     }
   }
   return true;
 }
 
-bool Store::addCompletion(std::string_view runId, const json& body, TimePoint now) {
-  if (!addCompletion_.run({runId, textOf(body, "status"), compactJson(body.at("result")),
+bool Store::addCompletion(const RunRow& run, const json& body, TimePoint now) {
+  if (!addCompletion_.run({run.runId, textOf(body, "status"), compactJson(body.at("result")),
                            textOf(body, "error"), compactJson(body.at("steps")),
                            iso8601Milliseconds(now)})) {
     return false;
   }
-  const std::int64_t run = rowOfRun(runId);
   for (const char* field : {"result", "error", "steps"}) {
     const std::int64_t bytes = freeTextBytes(body.at(field));
-    if (bytes > 0 && !tallies_.addFreeText(run, "completion", field, "other", bytes)) return false;
+    if (bytes > 0 && !tallies_.addFreeText(run.row, "completion", field, "other", bytes))
+      return false;
   }
   return true;
 }

@@ -35,6 +35,12 @@ struct RequestRecord {
   std::chrono::microseconds duration{0};
 };
 
+// A stored run. Points into the text that it was found by.
+struct RunRow {
+  std::string_view runId = {};
+  std::int64_t row = 0;
+};
+
 class Store {
  public:
   // Null when the file cannot be opened or is no database of this service; `error` says why.
@@ -51,17 +57,19 @@ class Store {
   void flush();
   bool isUnflushed() const { return database_.isInTransaction(); }
 
+  // The stored run, or none.
+  std::optional<RunRow> findRun(std::string_view runId);
+
   // The stored run, an object of its columns, or none.
-  std::optional<json> findRun(std::string_view runId);
   std::optional<json> findDailyRun(std::string_view agentSlug, std::string_view date);
 
   // Each returns whether it was stored. The bodies have passed their checks. The new run's
   // columns are put into `run`.
   bool addDailyRun(const json& body, TimePoint now, json& run);
   bool addSessionRun(const json& body, TimePoint now, json& run);
-  bool addSteps(std::string_view runId, const json& body, TimePoint now);
-  bool addLlmCalls(std::string_view runId, const json& body, TimePoint now);
-  bool addCompletion(std::string_view runId, const json& body, TimePoint now);
+  bool addSteps(const RunRow& run, const json& body, TimePoint now);
+  bool addLlmCalls(const RunRow& run, const json& body, TimePoint now);
+  bool addCompletion(const RunRow& run, const json& body, TimePoint now);
   bool addHeartbeat(std::string_view agentSlug, const json& body, TimePoint now);
   bool addRequest(const RequestRecord& request);
 
@@ -74,7 +82,6 @@ class Store {
 
   bool isPrepared() const;
   bool addRun(json& run, const json& body);
-  std::int64_t rowOfRun(std::string_view runId);
   std::int64_t nextRequest();
 
   Database database_;

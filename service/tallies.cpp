@@ -112,11 +112,9 @@ std::string Tallies::toolOf(std::string_view toolUseId) {
 
 std::int64_t Tallies::turnOf(const StoredStep& step) {
   // A line without a session id belongs to the turn around it.
-  const std::vector<json> rows = step.sessionId.empty()
-                                     ? findLastTurn_.rows({step.run})
-                                     : findTurn_.rows({step.run, step.sessionId});
-  const std::int64_t last = rows.empty() ? 0 : rows.front().at("turn").get<std::int64_t>();
-  return last + (step.kind == "user_message" ? 1 : 0);
+  const auto last = step.sessionId.empty() ? findLastTurn_.integer({step.run})
+                                           : findTurn_.integer({step.run, step.sessionId});
+  return last.value_or(0) + (step.kind == "user_message" ? 1 : 0);
 }
 
 }  // namespace pelmar::service
