@@ -1,7 +1,5 @@
 #include "service/access.h"
 
-#include <fstream>
-
 #include "tests/service/fixture.h"
 
 namespace pelmar::service {
@@ -86,22 +84,22 @@ TEST_F(PageAccessTest, ForbidsEveryScriptButThePagesOwn) {
 
 TEST_F(PageAccessTest, SaysThatThePageWasNotBuiltAndWhy) {
   EXPECT_NE(getWith(authority(), "/", "").body.find("not built"), std::string::npos);
-  std::ofstream(folder_ / "not-built.txt") << "npm is missing\n";
+  test::writeFile(file("not-built.txt"), "npm is missing\n");
   std::string error;
-  service_ = LocalService::start({.database = folder_ / "b.db", .key = kKey, .page = folder_ / "."},
-                                 error);
+  service_ =
+      LocalService::start({.database = file("b.db"), .key = kKey, .page = root_.path()}, error);
   const Answer answer = getWith(authority(), "/", "");
   EXPECT_NE(answer.body.find("npm is missing\n"), std::string::npos) << answer.body;
   EXPECT_NE(answer.head.find("Content-Type: text/plain"), std::string::npos);
 }
 
 TEST_F(PageAccessTest, ServesTheFilesOfThePageAndNoOthers) {
-  std::ofstream(folder_ / "index.html") << "<p>page</p>";
-  std::ofstream(folder_ / "page.js") << "1;";
-  std::ofstream(folder_ / "secret") << "s";
+  test::writeFile(file("index.html"), "<p>page</p>");
+  test::writeFile(file("page.js"), "1;");
+  test::writeFile(file("secret"), "s");
   std::string error;
-  service_ = LocalService::start({.database = folder_ / "b.db", .key = kKey, .page = folder_ / "."},
-                                 error);
+  service_ =
+      LocalService::start({.database = file("b.db"), .key = kKey, .page = root_.path()}, error);
   EXPECT_EQ(getWith(authority(), "/?token=any", "").body, "<p>page</p>");
   const Answer script = getWith(authority(), "/page.js", "");
   EXPECT_EQ(script.body, "1;");

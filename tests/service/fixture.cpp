@@ -6,19 +6,10 @@
 #include <unistd.h>
 
 #include <array>
-#include <cstdlib>
+
+#include "service/database.h"
 
 namespace pelmar::service {
-
-TemporaryFolder::TemporaryFolder() {
-  std::string name = std::filesystem::temp_directory_path() / "pelmar-service-XXXXXX";
-  if (::mkdtemp(name.data()) != nullptr) path_ = name;
-}
-
-TemporaryFolder::~TemporaryFolder() {
-  std::error_code ignored;
-  std::filesystem::remove_all(path_, ignored);
-}
 
 Client::Client(const std::string& url) : socket_(::socket(AF_INET, SOCK_STREAM, 0)) {
   const std::string port = url.substr(url.rfind(':') + 1);
@@ -70,14 +61,32 @@ json stepsBody(int count) {
   return {{"steps", steps}, {"hardware_uuid", "H1"}};
 }
 
-ServiceTest::ServiceTest() {
+json llmCall() {
+  return {{"model", "m"},     {"tokens_in", 30},       {"tokens_out", 4},         {"cost", 0.0},
+          {"task", "cowork"}, {"prompt_preview", "p"}, {"response_preview", "rr"}};
+}
+
+ServiceTest::ServiceTest() { restart(); }
+
+void ServiceTest::restart() {
+  service_.reset();
   std::string error;
-  service_ = LocalService::start({.database = folder_ / "service.db",
+  service_ = LocalService::start({.database = file("service.db"),
                                   .key = kKey,
                                   .now = [this] { return now_; },
                                   .remembersRequests = true},
                                  error);
   EXPECT_NE(service_, nullptr) << error;
+}
+
+void ServiceTest::refuseRows(const std::string& table, const std::string& condition) {
+  service_.reset();
+  Database database(file("service.db"));
+  EXPECT_TRUE(database.execute(("CREATE TRIGGER refuse_" + table + " BEFORE INSERT ON " + table +
+                                " WHEN " + condition + " BEGIN SELECT raise(ABORT, 'no'); END")
+                                   .c_str()))
+      << database.lastError();
+  restart();
 }
 
 std::string ServiceTest::requestText(const std::string& method, const std::string& target,

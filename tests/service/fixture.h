@@ -1,17 +1,17 @@
 #pragma once
 
-// What the tests of the local service share: a folder of their own, the bodies an agent
-// sends, and a client that shows every byte of an answer, however broken.
+// What the tests of the local service share: the bodies an agent sends, and a client that shows
+// every byte of an answer, however broken.
 
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <cstdint>
-#include <filesystem>
 #include <memory>
 #include <string>
 
 #include "service/local_service.h"
+#include "tests/support/temp_root.h"
 
 namespace pelmar::service {
 
@@ -19,19 +19,6 @@ using namespace std::chrono_literals;
 
 inline constexpr const char* kKey = "sesame-key";
 inline constexpr auto kPatience = 10s;
-
-class TemporaryFolder {
- public:
-  TemporaryFolder();
-  ~TemporaryFolder();
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-  std::filesystem::path operator/(const char* name) const { return path_ / name; }
-
- private:
-  std::filesystem::path path_;
-};
 
 // A connection to 127.0.0.1.
 class Client {
@@ -67,6 +54,7 @@ std::string requestTo(const std::string& url, const std::string& method, const s
 
 json stepNumbered(int position);
 json stepsBody(int count);
+json llmCall();
 
 // A service on a database of its own, with a clock that stands still.
 class ServiceTest : public testing::Test {
@@ -87,7 +75,17 @@ class ServiceTest : public testing::Test {
 
   static std::string keyHeader();
 
-  TemporaryFolder folder_;
+  // The path of a file in the test's folder.
+  std::string file(const char* name) const { return root_.path() + "/" + name; }
+
+  // Starts the service anew, on the same database.
+  void restart();
+
+  // Restarts the service with a database that takes no row of `table` for which `condition` holds,
+  // where "new" is the row.
+  void refuseRows(const std::string& table, const std::string& condition);
+
+  test::TempRoot root_;
   TimePoint now_ = std::chrono::sys_days{std::chrono::January / 31 / 2026} + 23h + 59min;
   std::unique_ptr<LocalService> service_;
 };

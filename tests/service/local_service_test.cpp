@@ -1,4 +1,3 @@
-#include <sqlite3.h>
 #include <sys/stat.h>
 
 #include <thread>
@@ -67,10 +66,8 @@ TEST_F(LocalServiceTest, StoresADoubleTwice) {
 
 TEST_F(LocalServiceTest, StoresCallsCompletionsAndHeartbeats) {
   const std::string run = "/api/v1/observe/runs/" + newRun();
-  const json call = {
-      {"model", "m"},     {"tokens_in", 3},        {"tokens_out", 4},        {"cost", 0.0},
-      {"task", "cowork"}, {"prompt_preview", "p"}, {"response_preview", "r"}};
-  EXPECT_EQ(post(run + "/llm-calls/", {{"calls", {call}}, {"hardware_uuid", "H"}}).status, 200);
+  EXPECT_EQ(post(run + "/llm-calls/", {{"calls", {llmCall()}}, {"hardware_uuid", "H"}}).status,
+            200);
   EXPECT_EQ(post(run + "/complete/", {{"status", "success"},
                                       {"result", {{"num_turns", 4}}},
                                       {"error", ""},
@@ -151,33 +148,20 @@ TEST_F(LocalServiceTest, KeepsItsFilesToTheirOwner) {
   newRun();
   for (const char* name : {"service.db", "service.db-wal", "service.db-shm"}) {
     struct stat status {};
-    ASSERT_EQ(::stat((folder_ / name).c_str(), &status), 0) << name;
+    ASSERT_EQ(::stat(file(name).c_str(), &status), 0) << name;
     EXPECT_EQ(status.st_mode & 0777U, 0600U) << name;
   }
 }
 
 TEST_F(LocalServiceTest, KeepsWhatItStoredAcrossRestarts) {
   const std::string run = newRun();
-  service_.reset();
-  std::string error;
-  service_ = LocalService::start(
-      {.database = folder_ / "service.db", .key = kKey, .now = [this] { return now_; }}, error);
-  ASSERT_NE(service_, nullptr) << error;
+  restart();
   EXPECT_EQ(newRun(), run);
 }
 
 TEST_F(LocalServiceTest, AnswersAnErrorAndKeepsNothingWhenTheDatabaseRefuses) {
   const std::string path = stepsPath(newRun());
-  sqlite3* other = nullptr;
-  ASSERT_EQ(sqlite3_open((folder_ / "service.db").c_str(), &other), SQLITE_OK);
-  // The service's transaction may still be open.
-  sqlite3_busy_timeout(other, 10000);
-  ASSERT_EQ(sqlite3_exec(other,
-                         "CREATE TRIGGER full BEFORE INSERT ON steps WHEN new.position = 1 "
-                         "BEGIN SELECT raise(ABORT, 'full'); END",
-                         nullptr, nullptr, nullptr),
-            SQLITE_OK);
-  sqlite3_close(other);
+  refuseRows("steps", "new.position = 1");
   EXPECT_EQ(post(path, stepsBody(2)).status, 500);
   EXPECT_TRUE(service_->steps().empty());
   EXPECT_EQ(service_->storedRequests().back()["status"], 500);
@@ -195,9 +179,10 @@ TEST_F(LocalServiceTest, WaitsUntilTheStepsAreStored) {
 }
 
 TEST(LocalServiceStart, SaysWhyItCannotOpenItsDatabase) {
-  const TemporaryFolder folder;
+  const test::TempRoot root;
   std::string error;
-  EXPECT_EQ(LocalService::start({.database = folder / "no/such.db", .key = kKey}, error), nullptr);
+  EXPECT_EQ(LocalService::start({.database = root.path() + "/no/such.db", .key = kKey}, error),
+            nullptr);
   EXPECT_NE(error.find("No such file"), std::string::npos) << error;
 }
 
@@ -205,7 +190,7 @@ TEST_F(LocalServiceTest, RefusesAPortThatIsTaken) {
   const std::string url = service_->url();
   const auto port = static_cast<std::uint16_t>(std::stoi(url.substr(url.rfind(':') + 1)));
   std::string error;
-  EXPECT_EQ(LocalService::start({.database = folder_ / "b.db", .key = kKey, .port = port}, error),
+  EXPECT_EQ(LocalService::start({.database = file("b.db"), .key = kKey, .port = port}, error),
             nullptr);
   EXPECT_NE(error.find("port"), std::string::npos);
 }

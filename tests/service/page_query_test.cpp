@@ -15,10 +15,6 @@ json stepOf(int position, const std::string& kind, const json& payload = json::o
   return step;
 }
 
-const json kCall = {
-    {"model", "m"},     {"tokens_in", 30},       {"tokens_out", 4},         {"cost", 0},
-    {"task", "cowork"}, {"prompt_preview", "p"}, {"response_preview", "rr"}};
-
 class PageQueryTest : public ServiceTest {
  protected:
   void send(const std::string& run, const std::vector<json>& steps) {
@@ -38,7 +34,7 @@ class PageQueryTest : public ServiceTest {
     send(run, {stepOf(3, "user_message", {{"text", "again"}})});
     send(run, {stepOf(4, "assistant", {{"text", "done"}})});
     post("/api/v1/observe/runs/" + run + "/llm-calls/",
-         {{"calls", {kCall}}, {"hardware_uuid", "H1"}});
+         {{"calls", {llmCall()}}, {"hardware_uuid", "H1"}});
     return run;
   }
 
@@ -257,11 +253,8 @@ TEST_F(PageQueryTest, TellsOfEveryChangeUntilItStops) {
 
 TEST_F(PageQueryTest, HasWrittenEverythingWhenItHasStopped) {
   const std::string run = talk();
-  service_->stop();
-  std::string error;
-  const auto other = LocalService::start({.database = folder_ / "service.db", .key = kKey}, error);
-  ASSERT_NE(other, nullptr) << error;
-  EXPECT_EQ(other->steps(run).size(), 5U);
+  restart();
+  EXPECT_EQ(service_->steps(run).size(), 5U);
 }
 
 }  // namespace

@@ -1,79 +1,44 @@
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <array>
 #include <csignal>
-#include <fstream>
 #include <vector>
 
 #include "tests/service/fixture.h"
-
-extern char** environ;
+#include "tests/support/child_process.h"
 
 namespace pelmar::service {
 namespace {
 
-// The program with its standard output and standard error in one pipe.
-class Program {
+// The program, its standard output where its standard error goes.
+class Program : public test::ChildProcess {
  public:
-  explicit Program(std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), PELMAR_LOCAL_SERVICE);
-    std::vector<char*> pointers;
-    pointers.reserve(arguments.size() + 1);
-    for (std::string& argument : arguments) pointers.push_back(argument.data());
-    pointers.push_back(nullptr);
-    std::array<int, 2> ends{};
-    EXPECT_EQ(::pipe(ends.data()), 0);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, ends[1], STDERR_FILENO);
-    posix_spawn_file_actions_addclose(&actions, ends[0]);
-    EXPECT_EQ(::posix_spawn(&process_, pointers[0], &actions, nullptr, pointers.data(), environ),
-              0);
-    posix_spawn_file_actions_destroy(&actions);
-    ::close(ends[1]);
-    output_ = ::fdopen(ends[0], "r");
-  }
-
-  ~Program() { std::fclose(output_); }
-
-  std::string readLine() {
-    std::array<char, 512> line{};
-    return std::fgets(line.data(), line.size(), output_) == nullptr ? "" : line.data();
-  }
-
-  void signal(int number) const { ::kill(process_, number); }
-
-  int exitStatus() const {
-    int status = 0;
-    ::waitpid(process_, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
+  explicit Program(std::vector<std::string> arguments)
+      : ChildProcess(command(std::move(arguments)), {}) {}
 
  private:
-  pid_t process_ = 0;
-  std::FILE* output_ = nullptr;
+  static std::vector<std::string> command(std::vector<std::string> arguments) {
+    const std::vector<std::string> shell = {"/bin/sh", "-c", R"(exec "$0" "$@" >&2)",
+                                            PELMAR_LOCAL_SERVICE};
+    arguments.insert(arguments.begin(), shell.begin(), shell.end());
+    return arguments;
+  }
 };
 
 TEST(LocalServiceProgram, SaysWhereItListensAndEndsOnSigterm) {
-  const TemporaryFolder folder;
-  std::ofstream(folder / "key") << kKey << '\n';
-  std::ofstream(folder / "devices") << R"([{"device_token":"d","tenant_slug":"t",)"
-                                       R"("process":"Cowork","answer":{"agent_slug":"a"}}])";
-  Program program({"--database", folder / "s.db", "--key-file", folder / "key", "--agent-config",
-                   folder / "devices"});
-  const std::string line = program.readLine();
+  const test::TempRoot root;
+  test::writeFile(root.path() + "/key", std::string(kKey) + "\n");
+  test::writeFile(root.path() + "/devices", R"([{"device_token":"d","tenant_slug":"t",)"
+                                            R"("process":"Cowork","answer":{"agent_slug":"a"}}])");
+  Program program({"--database", root.path() + "/s.db", "--key-file", root.path() + "/key",
+                   "--agent-config", root.path() + "/devices"});
+  const std::string line = program.waitForLine("").value_or("");
   ASSERT_EQ(line.rfind("listening on http://127.0.0.1:", 0), 0U) << line;
-  const std::string url = line.substr(13, line.size() - 14);
+  const std::string url = line.substr(13);
   Client client(url);
   client.send(requestTo(url, "GET", "/api/pelmar/v1/endpoint/agent-config/?process=Cowork", "",
                         "X-Pel-Device: d\r\nX-Pel-Tenant: t\r\nConnection: close\r\n"));
   EXPECT_NE(client.readToEnd().find(R"({"agent_slug":"a"})"), std::string::npos);
-  EXPECT_EQ(program.readLine().rfind("page at " + url + "/?token=", 0), 0U);
-  program.signal(SIGTERM);
-  EXPECT_EQ(program.exitStatus(), 0);
+  EXPECT_EQ(program.waitForLine("").value_or("").rfind("page at " + url + "/?token=", 0), 0U);
+  program.kill(SIGTERM);
+  EXPECT_EQ(program.waitForExit(), 0);
 }
 
 TEST(LocalServiceProgram, ComplainsAboutBadArguments) {
@@ -81,8 +46,8 @@ TEST(LocalServiceProgram, ComplainsAboutBadArguments) {
       {}, {"--port"}, {"--what", "x"}, {"--database", "d", "--key-file", "k", "--port", "70000"}};
   for (const auto& arguments : all) {
     Program program(arguments);
-    EXPECT_EQ(program.readLine().rfind("pelmar-local-service: ", 0), 0U);
-    EXPECT_EQ(program.exitStatus(), 2);
+    EXPECT_EQ(program.waitForLine("").value_or("").rfind("pelmar-local-service: ", 0), 0U);
+    EXPECT_EQ(program.waitForExit(), 2);
   }
 }
 

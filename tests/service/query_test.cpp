@@ -13,11 +13,8 @@ TEST_F(QueryTest, NeedsTheKey) {
 TEST_F(QueryTest, SumsUpWhatIsStored) {
   const std::string run = newRun();
   post(stepsPath(run), stepsBody(3));
-  const json call = {
-      {"model", "m"},     {"tokens_in", 3},        {"tokens_out", 4},        {"cost", 0.0},
-      {"task", "cowork"}, {"prompt_preview", "p"}, {"response_preview", "r"}};
   post("/api/v1/observe/runs/" + run + "/llm-calls/",
-       {{"calls", {call, call}}, {"hardware_uuid", "H"}});
+       {{"calls", {llmCall(), llmCall()}}, {"hardware_uuid", "H"}});
   post(stepsPath("nobody"), stepsBody(1));
   json summary = get("/api/local/summary").value();
   EXPECT_GT(summary["requests"]["bytes_received"], 0);
@@ -25,7 +22,7 @@ TEST_F(QueryTest, SumsUpWhatIsStored) {
   EXPECT_EQ(summary, *parseJson(R"({
     "runs": 1,
     "steps": {"total": 3, "by_step_name": {"cowork:assistant": 3}, "by_kind": {"assistant": 3}},
-    "llm_calls": {"total": 2, "by_model": {"m": {"calls": 2, "tokens_in": 6, "tokens_out": 8}}},
+    "llm_calls": {"total": 2, "by_model": {"m": {"calls": 2, "tokens_in": 60, "tokens_out": 8}}},
     "completions": {"by_status": {}},
     "heartbeats": 0,
     "requests": {"total": 4, "by_status": {"200": 3, "404": 1}}})"));

@@ -1,6 +1,6 @@
 #pragma once
 
-// The agent's client and the local service in one process, and what both sides tell of it.
+// The local service and the agent's client in one process, and what both sides tell of it.
 
 #include <gmock/gmock.h>
 

@@ -1,18 +1,6 @@
 #include "tests/system/agent_test.h"
 
-#include <cstdlib>
-
 namespace pelmar::test {
-
-AgentTest::AgentTest() {
-  std::string error;
-  service::LocalServiceOptions options;
-  options.database = root_.path() + "/service.db";
-  options.key = kKey;
-  options.remembersRequests = true;
-  service_ = service::LocalService::start(std::move(options), error);
-  if (!service_) throw std::runtime_error(error);
-}
 
 void AgentTest::configure(const std::string& agentSlug, const std::string& key) {
   std::string config =

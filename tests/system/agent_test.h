@@ -2,24 +2,19 @@
 
 // The built agent in a home of its own, reporting to the local service.
 
-#include <gtest/gtest.h>
-
 #include <chrono>
 #include <csignal>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "service/local_service.h"
 #include "tests/support/child_process.h"
-#include "tests/support/temp_root.h"
+#include "tests/support/service_test.h"
 
 namespace pelmar::test {
 
-class AgentTest : public ::testing::Test {
+class AgentTest : public ServiceTest {
  protected:
-  AgentTest();
-
   // Writes a config file whose section has this key, and the slug unless it is empty.
   void configure(const std::string& agentSlug, const std::string& key = kKey);
 
@@ -38,11 +33,7 @@ class AgentTest : public ::testing::Test {
   // In the order of arrival.
   std::vector<std::string> textsOfUserMessages();
 
-  static constexpr const char* kKey = "key-of-the-test";
   static constexpr std::chrono::seconds kPatience{60};
-
-  TempRoot root_;
-  std::unique_ptr<service::LocalService> service_;
 };
 
 std::string userLine(const std::string& uuid, const std::string& text);

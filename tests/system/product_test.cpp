@@ -60,8 +60,6 @@ class ProductTest : public AgentTest {
           << "bubblewrap cannot make a mount namespace on this machine: the product's real "
              "places are not tested here";
     }
-    writeFile(root_.ioreg(), "#!/bin/sh\necho '\"IOPlatformUUID\" = \"UUID-OF-THE-MACHINE\"'\n");
-    makeExecutable(root_.ioreg());
     writeFile(root_.setup() + "/left-by", "setup");
   }
 
@@ -109,7 +107,7 @@ TEST_F(ProductTest, ReportsFromTheHomeOfThePasswordDatabaseAndNamesTheMachine) {
   const auto agent = startProduct({"--from-start"});
   ASSERT_TRUE(waitForSteps(1)) << ::testing::PrintToString(agent->lines());
   waitForAnotherPass(*agent);
-  EXPECT_EQ(service_->steps().front().at("hardware_uuid"), "UUID-OF-THE-MACHINE");
+  EXPECT_EQ(service_->steps().front().at("hardware_uuid"), kHardwareUuid);
   EXPECT_THAT(contentOf(root_.cursor()),
               ::testing::HasSubstr(R"("\/people\/person\/.claude\/projects)"));
   EXPECT_THAT(contentOf(root_.activityLog()), ::testing::HasSubstr("1 step"));

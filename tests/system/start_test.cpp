@@ -131,14 +131,12 @@ TEST_F(AgentTest, TheManagedEnrollmentComesBeforeAConfigFileWithoutASlug) {
 
 TEST_F(AgentTest, TheMachinesUuidGoesWithEveryStep) {
   configure("garden");
-  writeFile(root_.ioreg(), "#!/bin/sh\necho '  \"IOPlatformUUID\" = \"UUID-OF-THE-MACHINE\"'\n");
-  makeExecutable(root_.ioreg());
   root_.addTranscript("s1", userLine("1", "hello"));
   const auto agent = startAgent({"--from-start"});
   ASSERT_TRUE(waitForSteps(1));
   const json step = service_->steps().front();
-  EXPECT_EQ(step.at("hardware_uuid"), "UUID-OF-THE-MACHINE");
-  EXPECT_EQ(step.at("output").at("hardware_uuid"), "UUID-OF-THE-MACHINE");
+  EXPECT_EQ(step.at("hardware_uuid"), kHardwareUuid);
+  EXPECT_EQ(step.at("output").at("hardware_uuid"), kHardwareUuid);
 }
 
 }  // namespace
