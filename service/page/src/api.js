@@ -19,10 +19,10 @@ export function address(path, parameters = {}) {
   return `/api/local/${path}?${all}`;
 }
 
-export async function ask(path, parameters) {
+export async function ask(path, parameters, signal) {
   let answer;
   try {
-    answer = await fetch(address(path, parameters));
+    answer = await fetch(address(path, parameters), { signal });
   } catch {
     throw new ServiceError(0, "The service does not answer. Is it still running?");
   }

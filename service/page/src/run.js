@@ -66,7 +66,7 @@ export function run(main, parameters) {
   const rows = new Rows({
     label: "Steps",
     height: 40,
-    fetchPage: (offset, limit) => ask(`${path}/timeline`, { ...filter, offset, limit }),
+    fetchPage: (offset, limit, signal) => ask(`${path}/timeline`, { ...filter, offset, limit }, signal),
     draw: (step, _, before) => drawStep(step, before, seen),
     open: (step) => openStep(step),
     empty: "No step passes these filters.",
@@ -79,8 +79,7 @@ export function run(main, parameters) {
   async function goTo(step) {
     const { place } = await ask(`${path}/place`, { ...filter, step });
     await rows.select(place, false);
-    await rows.want(Math.floor(place / 100));
-    const item = rows.item(place);
+    const item = await rows.fetched(place);
     if (item?.id === step) openStep(item);
     else showStep(details, step, { goTo, partner: null, notes: seen.notes.get(step) });
   }
@@ -114,7 +113,7 @@ export function run(main, parameters) {
     const totals = answer.totals ?? { steps: 0, errors: 0, llm_calls: 0, tokens_in: 0, tokens_out: 0 };
     const last = answer.completions.at(-1);
     head.replaceChildren(
-      el("p.crumb", {}, el("a", { href: "#/runs" }, "Runs")),
+      el("p.crumb", {}, el("a", { href: "#/runs" }, "← Runs")),
       el("h1", {}, el("bdi", {}, runTitle(answer)), " ", statusBadge(last?.status ?? "open")),
       el("p.note", {}, `${answer.agent_slug || answer.agent_name} · ${plural(totals.steps, "step")} · ${plural(totals.errors, "error")} · ` +
         `${plural(totals.llm_calls, "LLM call")} · ${count(totals.tokens_in)} tokens in, ${count(totals.tokens_out)} out · ` +
@@ -147,7 +146,7 @@ export function run(main, parameters) {
     const findings = readFindings(await ask(`${path}/findings`));
     seen.notes = findings.notes;
     drawFindings(findings);
-    rows.schedule();
+    rows.redraw();
     privacy.replaceChildren(privacyPanel(await ask(`${path}/privacy`), (request) => showRequest(details, request)));
     const end = performance.now();
     next = end + 10 * (end - begin);

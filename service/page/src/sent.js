@@ -28,7 +28,7 @@ export function sent(main, parameters) {
   const rows = new Rows({
     label: "Requests, the latest first",
     height: 40,
-    fetchPage: (offset, limit) => ask("request-list", { ...filter, offset, limit }),
+    fetchPage: (offset, limit, signal) => ask("request-list", { ...filter, offset, limit }, signal),
     draw: drawRequest,
     open: (request) => open(request.id),
     empty: "No request here yet.",
