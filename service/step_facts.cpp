@@ -23,13 +23,25 @@ std::string_view categoryOf(std::string_view kind, std::string_view field) {
   return "other";
 }
 
+// The tools that an assistant's step calls, such as "calls Bash, Read"; empty when it calls none.
+std::string callsOf(const json& output) {
+  const auto uses = output.find("tool_uses");
+  std::string calls;
+  if (uses == output.end() || !uses->is_array()) return calls;
+  for (const json& use : *uses) {
+    calls += calls.empty() ? "calls " : ", ";
+    calls += textAt(use, "tool_name");
+  }
+  return calls;
+}
+
 std::string previewOf(const json& output) {
   for (const char* field : {"text", "content", "summary", "message", "reason", "status", "cwd"}) {
     const std::string* text = stringAt(output, field);
     if (text != nullptr && !text->empty()) return *text;
   }
   const auto input = output.find("tool_input");
-  if (input == output.end() || input->empty()) return {};
+  if (input == output.end() || input->empty()) return callsOf(output);
   // One text, such as a command or a path, says more than the object around it.
   if (input->is_object() && input->size() == 1 && input->front().is_string()) {
     return input->front().get<std::string>();

@@ -50,6 +50,14 @@ export function searchField(label, value, onsearch) {
   return labelled("div.field.grow", label, input);
 }
 
+// Said outright, because a narrow window lays tables out as something else (page.css).
+export const ROLES = { table: { role: "table" }, part: { role: "rowgroup" }, row: { role: "row" }, head: { role: "columnheader", scope: "col" } };
+
+/** A cell, which tells its column's name where there is no heading above it. */
+export function cell(name, style, ...children) {
+  return el(style ? `td.${style}` : "td", { role: "cell", "data-name": name }, ...children);
+}
+
 /** A table of [heading, class] columns and rows of cells. */
 export function table(caption, columns, rows) {
   return el(
@@ -57,12 +65,12 @@ export function table(caption, columns, rows) {
     { tabindex: "0", role: "region", "aria-label": caption },
     el(
       "table",
-      {},
+      ROLES.table,
       el("caption", {}, caption),
-      el("thead", {}, el("tr", {}, columns.map(([name, style]) =>
-        el(style ? `th.${style}` : "th", { scope: "col" }, name)))),
-      el("tbody", {}, rows.map((cells) => el("tr", {}, cells.map((cell, at) =>
-        el(columns[at][1] ? `td.${columns[at][1]}` : "td", {}, cell))))),
+      el("thead", ROLES.part, el("tr", ROLES.row, columns.map(([name, style]) =>
+        el(style ? `th.${style}` : "th", ROLES.head, name)))),
+      el("tbody", ROLES.part, rows.map((cells) => el("tr", ROLES.row, cells.map((content, at) =>
+        cell(columns[at][0], columns[at][1], content))))),
     ),
   );
 }

@@ -1,12 +1,12 @@
 // The list of runs: sorted and searched by the service.
 
 import { ask } from "./api.js";
-import { el, searchField } from "./dom.js";
+import { cell, el, ROLES, searchField } from "./dom.js";
 import { count, plural, time } from "./format.js";
 
 const PAGE = 100;
 const COLUMNS = [
-  ["agent", "agent"], ["kind", "kind"], ["status", "status"], ["first_event", "first event"],
+  ["agent", "run and agent"], ["kind", "kind"], ["status", "status"], ["first_event", "first event"],
   ["last_event", "last event"], ["steps", "steps", "number"], ["errors", "errors", "number"],
   ["tokens_in", "tokens in", "number"], ["tokens_out", "tokens out", "number"],
 ];
@@ -23,12 +23,12 @@ export const runTitle = (run) =>
 export function runs(main, parameters) {
   const chosen = { search: parameters.get("search") ?? "", sort: "last_event", order: "desc" };
   let shown = PAGE;
-  const head = el("tr");
-  const body = el("tbody");
+  const head = el("tr", ROLES.row);
+  const body = el("tbody", ROLES.part);
   const status = el("p.note", { role: "status" });
   const more = el("button", { hidden: true, onclick: () => { shown += PAGE; refresh(); } }, "Show more");
-  const scroll = el("div.scroll", { tabindex: "0", role: "region", "aria-label": "Runs" },
-    el("table.list", {}, el("caption.hidden", {}, "Runs"), el("thead", {}, head), body));
+  const scroll = el("div.scroll.panel.runs", { tabindex: "0", role: "region", "aria-label": "Runs" },
+    el("table.list", ROLES.table, el("caption.hidden", {}, "Runs"), el("thead", ROLES.part, head), body));
   main.append(
     el("h1", {}, "Runs"),
     el("div.filters", {}, searchField("Search session id, tool name and text", chosen.search, (text) => {
@@ -47,22 +47,22 @@ export function runs(main, parameters) {
       chosen.sort = column;
       refresh();
     };
-    return el(style ? `th.${style}` : "th", { scope: "col", "aria-sort": isSorted ? direction : undefined },
+    return el(style ? `th.${style}` : "th", { ...ROLES.head, "aria-sort": isSorted ? direction : undefined },
       el("button.sort", { onclick: sort, "data-column": column }, name, el("span", { "aria-hidden": "true" }, isSorted ? (chosen.order === "asc" ? " ▲" : " ▼") : "")));
   }
 
   function row(run) {
     const search = run.matches && chosen.search ? `&search=${encodeURIComponent(chosen.search)}` : "";
-    return el("tr", {},
-      el("th", { scope: "row" },
+    return el("tr", ROLES.row,
+      el("th", { role: "rowheader", scope: "row" },
         el("a", { href: `#/run?id=${encodeURIComponent(run.run_id)}${search}` }, el("bdi", {}, runTitle(run))),
         el("small", {}, el("bdi", {}, run.agent || "unnamed agent"), run.matches ? ` · ${plural(run.matches, "matching step")}` : "")),
-      el("td", {}, run.kind === "daily" ? "daily" : "per session"),
-      el("td", {}, statusBadge(run.status)),
-      el("td.time", {}, time(run.first_event)), el("td.time", {}, time(run.last_event)),
-      el("td.number", {}, count(run.steps)),
-      el("td.number", {}, run.errors ? `⚠ ${count(run.errors)}` : "0"),
-      el("td.number", {}, count(run.tokens_in)), el("td.number", {}, count(run.tokens_out)));
+      cell("kind", "", run.kind === "daily" ? "daily" : "per session"),
+      cell("status", "", statusBadge(run.status)),
+      cell("first event", "time", time(run.first_event)), cell("last event", "time", time(run.last_event)),
+      cell("steps", "number", count(run.steps)),
+      cell("errors", "number", run.errors ? `⚠ ${count(run.errors)}` : "0"),
+      cell("tokens in", "number", count(run.tokens_in)), cell("tokens out", "number", count(run.tokens_out)));
   }
 
   let asked = 0;

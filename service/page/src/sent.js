@@ -8,11 +8,15 @@ import { Details, showRequest } from "./details.js";
 import { privacyPanel } from "./privacy.js";
 import { Rows } from "./rows.js";
 
+// What a request is for: the last word of its path.
+const purpose = (path) => path.split("?")[0].split("/").filter((part) => part !== "").at(-1) ?? "";
+
 function drawRequest(request) {
   const isFine = request.status >= 200 && request.status < 300;
   return [
     el("span.cell.time", {}, time(request.received_at)),
     el(`span.badge.${isFine ? "status-success" : "status-error"}`, {}, `${isFine ? "✓" : "✗"} ${request.status || "no answer"}`),
+    el("strong.cell.purpose", {}, el("bdi", {}, purpose(request.path).slice(0, 40))),
     el("span.cell.grow.path", {}, el("bdi", {}, `${request.method} ${request.path}`)),
     el("span.cell.number", {}, bytes(request.body_bytes)),
     el("span.cell.number.wide", {}, duration(request.duration_us)),
