@@ -49,6 +49,13 @@ def arguments():
     return chosen
 
 
+def why_no_page(folder):
+    if (folder / "index.html").exists():
+        return None
+    reason = folder / "not-built.txt"
+    return reason.read_text().strip() if reason.exists() else "scripts/build-page was not run."
+
+
 class LocalService:
     def __init__(self, folder, build, started):
         self.key = secrets.token_hex(16)
@@ -65,7 +72,9 @@ class LocalService:
         if len(first) < 3:
             raise Failure("the local service did not start")
         self.url = first[-1]
-        self.page = self.process.stdout.readline().split()[-1]
+        page = self.process.stdout.readline().split()[-1]
+        missing = why_no_page(build / "page")
+        self.page = page if missing is None else f"its page was not built: {missing}"
         self.opener = urllib.request.build_opener(urllib.request.ProxyHandler({}))
 
     def all_of(self, path):
@@ -355,7 +364,7 @@ def main():
     try:
         service = LocalService(root, chosen.build, started)
         print(f"The local service listens on {service.url}; nothing is sent anywhere else.\n"
-              f"See every byte of it in a browser: {service.page}", flush=True)
+              f"To see every byte of it in a browser: {service.page}", flush=True)
         report = report_all(chosen, root, service, started)
         if not chosen.once:
             show_where(report, root)
