@@ -85,7 +85,7 @@ async function scrollByWheel(page) {
     new PerformanceObserver((entries) => { seen.longTasks += entries.getEntries().length; }).observe({ entryTypes: ["longtask"] });
     new MutationObserver((changes) => {
       for (const { addedNodes } of changes) seen.drawn += addedNodes.length;
-    }).observe(list.firstChild, { childList: true });
+    }).observe(list.firstChild, { childList: true, subtree: true });
     let last = performance.now();
     const frame = (now) => {
       seen.frames.push(now - last);
@@ -106,10 +106,34 @@ async function scrollByWheel(page) {
   const frames = seen.frames.slice(1).sort((a, b) => a - b);
   const at = (share) => frames[Math.floor((frames.length - 1) * share)].toFixed(1);
   console.log(`scrolling through ${rows} rows: ${frames.length} frames, median ${at(0.5)} ms, 95th ${at(0.95)} ms, worst ${at(1)} ms, ` +
-    `${frames.filter((length) => length > 25).length} late; ${seen.longTasks} long tasks; ${asked.length} requests; ${seen.drawn} rows drawn, ${seen.most} at once`);
+    `${frames.filter((length) => length > 25).length} late; ${seen.longTasks} long tasks; ${asked.length} requests; ${seen.drawn} elements drawn, ${seen.most} rows at once`);
   assert.ok(asked.length <= rows / 100 + 2, `${asked.length} requests`);
-  assert.ok(seen.drawn <= rows + seen.most, `${seen.drawn} rows drawn`);
+  // A row comes once, and its six cells come later where its page was still under way.
+  assert.ok(seen.drawn <= 7 * (rows + seen.most), `${seen.drawn} elements drawn`);
   assert.ok(seen.most < 100, `${seen.most} rows at once`);
+}
+
+/** Jumps while the service does not answer: what is passed by is given up, what is asked for comes. */
+async function jumpWhileWaiting(page) {
+  let answer;
+  const mayAnswer = new Promise((resolve) => { answer = resolve; });
+  const isPage = (offset) => (request) => new URL(request.url()).searchParams.get("offset") === String(offset);
+  await page.route("**/timeline?*", async (route) => {
+    await mayAnswer;
+    await route.continue().catch(() => {});
+  });
+  const asked = page.waitForRequest(isPage(70_000));
+  await page.locator(".rows").evaluate((node, top) => { node.scrollTop = top; }, 70_010 * ROW_PIXELS);
+  const passedBy = await asked;
+  const givenUp = page.waitForEvent("requestfailed", (request) => request === passedBy);
+  await page.locator(".rows").focus();
+  await page.keyboard.press("End");
+  await page.keyboard.press("Enter");
+  await givenUp;
+  answer();
+  await page.getByText("Step 99999", { exact: true }).waitFor();
+  await page.keyboard.press("Escape");
+  await page.unroute("**/timeline?*");
 }
 
 test("A hundred thousand steps are shown, scrolled and filtered, a window at a time", async () => {
@@ -140,7 +164,9 @@ test("A hundred thousand steps are shown, scrolled and filtered, a window at a t
     await page.getByText("100,000 steps", { exact: true }).waitFor();
     await page.getByText("No position is missing").waitFor();
     await scrollByWheel(page);
-    await page.locator(".rows").focus();
+    await jumpWhileWaiting(page);
+    await page.keyboard.press("Home");
+    await page.locator(".row", { hasText: "step number 0 of" }).waitFor();
     await timed("to the end", async () => {
       await page.keyboard.press("End");
       await page.locator(".row", { hasText: "step number 99999 of" }).waitFor();
