@@ -144,6 +144,17 @@ TEST_F(LocalServiceTest, RemembersRequestsAsTheyCameAndStoresThemMasked) {
   EXPECT_NE(compactJson(stored[0]["headers"]).find("***"), std::string::npos);
 }
 
+TEST_F(LocalServiceTest, StoresNeitherTheKeyNorADevicesTokenHoweverTheHeaderIsWritten) {
+  for (const char* name : {"X-Pel-Key", "x-pel-key", "X-Pel-Device", "X-PEL-DEVICE"}) {
+    exchange(requestText("GET", "/any", "",
+                         std::string(name) + ": the-secret\r\nConnection: close\r\n"));
+    const std::string headers = compactJson(service_->storedRequests().back()["headers"]);
+    EXPECT_EQ(headers.find("the-secret"), std::string::npos) << headers;
+    EXPECT_NE(headers.find(std::string("[\"") + name + R"(","***"])"), std::string::npos)
+        << headers;
+  }
+}
+
 TEST_F(LocalServiceTest, KeepsItsFilesToTheirOwner) {
   newRun();
   for (const char* name : {"service.db", "service.db-wal", "service.db-shm"}) {

@@ -9,6 +9,9 @@ const DASHES = [[], [8, 4], [2, 3], [10, 3, 2, 3], [5, 5], [1, 4]];
 const STEP = { minute: 60, hour: 3600, day: 86400 };
 const MIN_POINTS = 15;
 
+// Half an event is none.
+const WHOLE_STEPS = Array.from({ length: 12 }, (_, power) => [1, 2, 5].map((step) => step * 10 ** power)).flat();
+
 const style = (name) => getComputedStyle(document.documentElement).getPropertyValue(name).trim();
 
 /** Every moment of the series, none left out, and at least a quarter of an hour. */
@@ -118,7 +121,7 @@ function options(figure, width) {
     legend: { show: false },
     cursor: { drag: { x: false, y: false }, points: { size: 6 } },
     scales: { y: { range: (_, low, high) => [0, Math.max(high * 1.08, 1)] } },
-    axes: [{ ...axis, size: 30, values: clock }, { ...axis, size: 62, space: 28, values: (_, ticks) => ticks.map((tick) => figure.show(tick)) }],
+    axes: [{ ...axis, size: 30, values: clock }, { ...axis, size: 62, space: 28, incrs: WHOLE_STEPS, values: (_, ticks) => ticks.map((tick) => figure.show(tick)) }],
     series: [
       {},
       ...figure.lines.map(({ name }, at) => ({

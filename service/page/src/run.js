@@ -23,12 +23,19 @@ function tokenBar(step, largest) {
     el("span", {}, `${count(all)} tokens`));
 }
 
+/** "permission:request" in two parts: a narrow window has room for the second only. */
+function kindBadge(kind) {
+  const begin = kind.indexOf(":") + 1;
+  return el(`span.badge.kind.kind-${group(kind)}`, { title: kind },
+    begin ? el("span.family", {}, kind.slice(0, begin)) : null, kind.slice(begin, 40));
+}
+
 function drawStep(step, before, { largest, notes }) {
   const tool = step.tool_name ? `${step.kind === "tool_result" ? "↳ " : ""}${step.tool_name.slice(0, 60)}: ` : "";
   return [
     el("span.cell.turn", {}, startsTurn(step, before) ? (step.turn ? `Turn ${step.turn}` : "Start") : ""),
     el("span.cell.position.number", {}, `#${step.position}`),
-    el(`span.badge.kind.kind-${group(step.kind)}`, { title: step.kind }, step.kind.slice(0, 40)),
+    kindBadge(step.kind),
     el("span.cell.grow", {}, step.is_error ? el("strong.error", {}, "✗ failed ") : null, notes.has(step.id) ? el("strong.error", {}, "⚠ ") : null, el("bdi", {}, tool, step.preview)),
     tokenBar(step, largest),
     el("span.cell.time.wide", {}, time(step.timestamp)),
