@@ -90,6 +90,7 @@ test("Every view shows what the database holds", () => withStage(async (stage) =
   await page.getByText("2 steps", { exact: true }).waitFor();
   await page.getByLabel("Errors only").check();
   await page.getByText("1 step", { exact: true }).waitFor();
+  await page.locator(".row", { hasText: "✗ failed" }).waitFor();
   await page.getByLabel("Tool", { exact: true }).selectOption("");
   await page.getByLabel("Errors only").uncheck();
   await page.getByText("10 steps", { exact: true }).waitFor();
