@@ -23,6 +23,7 @@ json derivedTables(Database& database) {
 
 std::vector<json> rowsOf(const std::map<std::vector<json>, json>& table) {
   std::vector<json> rows;
+  rows.reserve(table.size());
   for (const auto& [key, row] : table) rows.push_back(row);
   return rows;
 }
