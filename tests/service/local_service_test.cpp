@@ -170,6 +170,17 @@ TEST_F(LocalServiceTest, KeepsWhatItStoredAcrossRestarts) {
   EXPECT_EQ(newRun(), run);
 }
 
+TEST_F(LocalServiceTest, KeepsARequestThatItsStopBreaksOff) {
+  Client client(service_->url());
+  const std::string text =
+      requestText("POST", kDailyPath, "body", keyHeader() + "Expect: 100-continue\r\n");
+  client.send(text.substr(0, text.size() - 4));
+  client.readUntil("100 Continue");  // it waits for the body
+  restart();
+  ASSERT_EQ(service_->storedRequests().size(), 1U);
+  EXPECT_EQ(service_->storedRequests()[0]["status"], 400);
+}
+
 TEST_F(LocalServiceTest, AnswersAnErrorAndKeepsNothingWhenTheDatabaseRefuses) {
   const std::string path = stepsPath(newRun());
   refuseRows("steps", "new.position = 1");
