@@ -1,6 +1,7 @@
 """One agent in a home of its own: started, killed as planned, started again."""
 
 import asyncio
+import collections
 import json
 import os
 import pwd
@@ -23,6 +24,11 @@ def other_user():
     return nobody.pw_uid, nobody.pw_gid
 
 
+def moment_of(why):
+    """Without the number of the request."""
+    return " ".join(word for word in why.split() if not word.isdigit())
+
+
 class Home:
     """`kills` is shared by all homes of a round; take() gives leave for one more."""
 
@@ -42,6 +48,7 @@ class Home:
         self.process = None
         self.struck = asyncio.Event()
         self.why = ""
+        self.moments = collections.Counter()  # of kills
         self.problems = []
         self.plan = faults.Plan()
         for made in (self.home / ".pelmar", self.home / ".claude" / "projects"):
@@ -85,10 +92,11 @@ class Home:
             if plan.kind == "save":
                 await asyncio.sleep(plan.after)
                 await self.watch_cursor()
+            elif plan.kind == "request":
+                await self.wait_struck(plan.after + PATIENCE)
             else:
-                patience = plan.after + (PATIENCE if plan.kind == "request" else 0)
-                await self.wait_struck(patience)
-            await self.die(plan.kind)
+                await self.wait_struck(plan.after)
+            await self.die("right after the start" if plan.kind == "start" else "at any time")
             await asyncio.sleep(plan.pause)
 
     async def live_quietly(self):
@@ -102,14 +110,15 @@ class Home:
             pass
 
     async def watch_cursor(self):
-        """Returns in the middle of a save, or right behind it."""
+        """Kills in the middle of a save, or right behind it."""
         cursor = self.home / ".pelmar" / "cowork-cursor.json"
         before = self.inode(cursor)
         deadline = asyncio.get_running_loop().time() + PATIENCE
         while asyncio.get_running_loop().time() < deadline and not self.struck.is_set():
             if self.inode(cursor) != before or self.inode(cursor.with_suffix(".json.tmp")):
-                return
+                return self.kill(self.life, "around a save of the cursor")
             await asyncio.sleep(WATCHING)
+        return None
 
     @staticmethod
     def inode(path):
@@ -141,6 +150,7 @@ class Home:
         status = await self.process.wait()
         if status != -signal.SIGKILL:
             self.problems.append(f"{self.name}: the agent ended by itself in life {self.life}, status {status}")
+        self.moments[moment_of(self.why)] += 1
         self.kills.add(Kill(self.name, self.life, f"{self.why}; plan: {self.plan}", self.offsets()))
 
     def offsets(self):

@@ -2,6 +2,7 @@
 
 import argparse
 import asyncio
+import collections
 import pathlib
 import secrets
 import shutil
@@ -75,6 +76,10 @@ def show_failures(chosen, number, verdict, folder):
           f"--round {number}", flush=True)
 
 
+def listed(counts):
+    return ", ".join(f"{name} {count}" for name, count in sorted(counts.items(), key=lambda one: (-one[1], one[0])))
+
+
 def main():
     chosen = arguments()
     for ending in (signal.SIGTERM, signal.SIGHUP):
@@ -82,6 +87,7 @@ def main():
     print(f"seed {chosen.seed}", flush=True)
     root = pathlib.Path(tempfile.mkdtemp(prefix="pelmar-chaos-"))
     root.chmod(0o711)
+    met, moments = collections.Counter(), collections.Counter()
     total = {"written": 0, "lost": 0, "doubled": 0, "kills": 0, "lost answers": 0, "given up": 0}
     is_well = True
     begin = time.monotonic()
@@ -94,6 +100,8 @@ def main():
                            ("doubled", verdict.events_doubled), ("kills", len(one.kills.done)),
                            ("lost answers", verdict.lost_answers), ("given up", verdict.given_up)):
             total[key] += value
+        met += one.faults_met()
+        moments += one.moments()
         if verdict.lost or verdict.broken:
             is_well = False
             show_failures(chosen, number, verdict, folder)
@@ -101,6 +109,7 @@ def main():
             shutil.rmtree(folder)
     if is_well and not chosen.keep:
         shutil.rmtree(root)
+    print(f"Requests by fault: {listed(met)}.\nKills: {listed(moments)}.")
     print(f"In {time.monotonic() - begin:.0f} s. Sent again because an answer was lost: {total['lost answers']}. "
           f"LLM calls and completions given up after failures, as documented: {total['given up']}.")
     print(f"events written {total['written']}, lost {total['lost']}, doubled {total['doubled']}, "

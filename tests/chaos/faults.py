@@ -21,7 +21,7 @@ ODD_SUCCESSES = (b"HTTP/1.1 204 No Content\r\n\r\n", b"HTTP/1.1 201 Created\r\nC
 
 # Name, weight. Those of STORED hand the request to the store, the others never do.
 KINDS = {"refused": 6, "unavailable": 3, "drop_before_reading": 2, "drop_after_reading": 2, "half": 3, "garbage": 3,
-         "interim": 2, "never": 2, "down": 3, "slow": 4, "odd_success": 3, "stored_but_lost": 2}
+         "interim": 2, "never": 2, "down": 3, "slow": 4, "odd_success": 3, "stored_but_lost": 5}
 STORED = ("slow", "odd_success", "stored_but_lost")
 MOMENTS = ("read", "stored", "half answered", "answered")
 
@@ -77,8 +77,8 @@ def plan_of_life(rng):
                   "time": rng.uniform(0.05, 1.5)}[plan.kind]
     plan.request = min(int(rng.expovariate(1 / 12)), 150)
     plan.moment = rng.choice(MOMENTS)
-    if rng.random() < 0.4:
-        place = min(int(rng.expovariate(1 / 8)), 60)
+    if rng.random() < 0.6:
+        place = min(int(rng.expovariate(1 / 3)), 60)
         one_kind = rng.choice((None, "refused"))
         for number in range(rng.choice((1, 1, 2, 3))):
             plan.faults[place + number] = fault(rng, one_kind)

@@ -49,7 +49,7 @@ class LineMaker:
             return self.rng.choice((b"\n", b"   \n", b"\t\n"))
         if kind == "malformed":
             whole = json.dumps({"type": "user", "message": {"role": "user", "content": self.text()}})
-            made = self.rng.choice((whole[:-5], "[1, 2]", "17", "no JSON at all", whole + whole))
+            made = self.rng.choice((whole[:-5], "[1, 2]", "17", "no JSON at all", whole + "]"))
             return made.encode() + b"\n"
         if kind == "again" and self.recent:
             return self.rng.choice(self.recent)

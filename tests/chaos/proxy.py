@@ -5,6 +5,7 @@ it is read. Faults do not hand a request to the store, but for those of faults.S
 """
 
 import asyncio
+import collections
 import json
 import re
 import socket
@@ -70,6 +71,7 @@ class Proxy:
         self.latest = None  # step of this life, whose call and completion follow it
         self.connections = set()
         self.tasks = set()
+        self.met = collections.Counter()  # faults, by kind
         self.server = None
         self.is_down = False
         self.problems = []
@@ -143,6 +145,7 @@ class Proxy:
         if request.life == self.life:
             number, self.requests = self.requests, self.requests + 1
             fault = self.plan.faults.get(number)
+            self.met[fault.kind if fault else "none"] += 1
         if fault and fault.kind == "drop_before_reading":
             self.remember(request, None)
             return False

@@ -72,10 +72,12 @@ class Round:
 
     async def kill_and_write(self):
         writing = [asyncio.create_task(writer.run()) for writer in self.writers]
-        await asyncio.gather(*(home.live() for home in self.homes))
+        living = asyncio.gather(*(home.live() for home in self.homes))
+        await asyncio.wait([living, *writing], return_when=asyncio.FIRST_COMPLETED)  # a writer only by failing
         for writer in self.writers:
             writer.is_stopped = True
         await asyncio.gather(*writing)
+        await living
 
     async def settle(self):
         """All is well from here on: everything arrives, a last kill brings nothing back, nor does a line more."""
@@ -123,6 +125,12 @@ class Round:
     def arrivals(self):
         """Home by home: a transcript is of one home, and a life too."""
         return [arrival for home in self.homes for arrival in home.proxy.arrivals]
+
+    def faults_met(self):
+        return sum((home.proxy.met for home in self.homes), collections.Counter())
+
+    def moments(self):
+        return sum((home.moments for home in self.homes), collections.Counter())
 
     def judge(self):
         written = self.written()

@@ -75,6 +75,7 @@ class Transcript:
     def toggle_trouble(self):
         if self.trouble == "truncated":
             os.ftruncate(self.file, int(os.fstat(self.file).st_size * self.rng.random()))
+            self.pending = b""  # the rest of a line could make another line of what was left
         elif self.trouble == "replaced":
             self.replace()
         elif self.trouble is not None:
@@ -197,7 +198,7 @@ class Writer:
 
     def trouble(self):
         troubled = [transcript for transcript in self.open if transcript.trouble]
-        if troubled:
+        if troubled and not self.debuts:
             self.rng.choice(troubled).toggle_trouble()
 
     def settle(self):
