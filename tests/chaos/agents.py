@@ -7,12 +7,14 @@ import os
 import pwd
 import random
 import signal
+import time
 
 import faults
 from comparer import Kill
 from proxy import Broken, Proxy
 
 WATCHING = 0.0005  # seconds between two looks at the cursor
+TAIL_ONLY = "tail"  # the home whose agent runs without --from-start
 PATIENCE = 1.5  # seconds that a kill waits for the save or the request of its plan
 
 
@@ -34,6 +36,7 @@ class Home:
 
     def __init__(self, folder, seed, slug, program, service, kills, has_journal):
         self.name = folder.name
+        self.is_from_start = folder.name != TAIL_ONLY
         self.folder = folder
         self.home = folder / "home"
         self.seed = seed
@@ -80,7 +83,7 @@ class Home:
         self.configure()
         user = {"user": self.user[0], "group": self.user[1], "extra_groups": []} if self.user else {}
         self.process = await asyncio.create_subprocess_exec(
-            self.program, "--from-start", "--poll", "0.05", env={"PELMAR_ROOT": str(self.folder)}, cwd="/",
+            self.program, *(["--from-start"] if self.is_from_start else []), "--poll", "0.05", env={"PELMAR_ROOT": str(self.folder)}, cwd="/",
             stdin=asyncio.subprocess.DEVNULL, stdout=self.log, stderr=self.log, **user)
 
     async def live(self):
@@ -136,6 +139,8 @@ class Home:
             return False
         if self.plan.kind != "request" or moment != self.plan.moment or detail < self.plan.request:
             return False
+        if moment == "answered":
+            time.sleep(self.plan.delay)  # the event loop's clock is too coarse
         self.kill(life, f"request {detail} {moment}")
         return True
 

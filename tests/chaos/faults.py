@@ -42,6 +42,7 @@ class Plan:
     after: float = 0  # seconds
     request: int = 0
     moment: str = ""
+    delay: float = 0  # seconds behind an answer, in which the agent writes down that it came
     pause: float = 0  # seconds before the next life
 
     def __str__(self):
@@ -77,6 +78,7 @@ def plan_of_life(rng):
                   "time": rng.uniform(0.05, 1.5)}[plan.kind]
     plan.request = min(int(rng.expovariate(1 / 12)), 150)
     plan.moment = rng.choice(MOMENTS)
+    plan.delay = rng.choice((0, rng.expovariate(1 / 0.0002)))
     if rng.random() < 0.6:
         place = min(int(rng.expovariate(1 / 3)), 60)
         one_kind = rng.choice((None, "refused"))

@@ -23,14 +23,16 @@ def timestamp(number):
 
 
 class LineMaker:
-    """The lines of one transcript. Only ASCII where `is_ascii`: offsets then never drift."""
+    """The lines of one transcript. Only ASCII where `is_ascii`: offsets then never drift. With `repeats`, the
+    same event may stand in it twice."""
 
-    def __init__(self, rng, session, place, is_ascii):
+    def __init__(self, rng, session, place, is_ascii, repeats):
         self.rng = rng
         self.session = session
         self.number = place * LINES_A_TRANSCRIPT
         self.words = ASCII_WORDS if is_ascii else WORDS
         self.is_ascii = is_ascii
+        self.weights = WEIGHTS if repeats else {**WEIGHTS, "again": 0, "without_identity": 0}
         self.is_first = True
         self.recent = []
         self.calls_of_tools = []
@@ -44,7 +46,7 @@ class LineMaker:
             self.is_first = False
             if self.rng.random() < 0.7:
                 return self.text_of(self.init())
-        kind = self.rng.choices(tuple(WEIGHTS), tuple(WEIGHTS.values()))[0]
+        kind = self.rng.choices(tuple(self.weights), tuple(self.weights.values()))[0]
         if kind == "blank":
             return self.rng.choice((b"\n", b"   \n", b"\t\n"))
         if kind == "malformed":

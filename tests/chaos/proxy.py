@@ -67,6 +67,7 @@ class Proxy:
         self.requests = 0  # of this life
         self.arrivals = []
         self.of_tokens = {}  # the event of a call or completion, by the number that marks it
+        self.firsts = {}  # the first event seen, by session
         self.kinds = {}  # of runs, by id
         self.latest = None  # step of this life, whose call and completion follow it
         self.connections = set()
@@ -158,13 +159,18 @@ class Proxy:
             return await self.fail(fault, arrival, reader, writer)
         return await self.store(request, arrival, fault, number, writer)
 
+    def first_event_of(self, session):
+        return self.firsts.get(session)
+
     def event_of(self, request):
         if request.what is None:
             return None
         body = json.loads(request.body)
         if request.what == "step":
-            event = event_of_step(body["steps"][0]["output"])
-            for mark in self.marks(event, body["steps"][0]["output"]):
+            output = body["steps"][0]["output"]
+            event = event_of_step(output)
+            self.firsts.setdefault(output["session_id"], event)
+            for mark in self.marks(event, output):
                 self.of_tokens[mark] = event
             return event
         mark = body["calls"][0]["tokens_in"] if request.what == "call" else body["result"]["num_turns"]

@@ -111,6 +111,15 @@ def written_in(transcript, content, is_needed=lambda start: True, has_run=False)
     return found
 
 
+def written_since(transcript, content, first):
+    """From the line of the event `first` on, the first that an agent sent which reads only what is new."""
+    events = written_in(transcript, content)
+    line = next(one.line for one in events if one.event == first)
+    begin = len(b"\n".join(content.split(b"\n")[:line - 1]) + b"\n") if line > 1 else 0
+    return [dataclasses.replace(one, line=one.line + line - 1, end=one.end + begin)
+            for one in written_in(transcript, content[begin:], has_run=True)]
+
+
 def written_in_rewritten(transcript, content, needed_from, history):
     """Where a transcript was cut or replaced: any of the lines in `history` may have been read, with whatever
     prompt; what begins at or behind `needed_from`, which no stale offset can reach, has to be."""

@@ -18,7 +18,7 @@ REWRITTEN = ("truncated", "replaced")
 class Transcript:
     """A session's transcript and its record. `trouble` is what happens to it now and then."""
 
-    def __init__(self, rng, home, place, trouble, agent_is_other):
+    def __init__(self, rng, home, place, trouble, agent_is_other, repeats):
         self.rng = rng
         self.session = str(uuid.UUID(int=rng.getrandbits(128), version=4))
         folder = home / ".claude" / "projects" / rng.choice(("", "garden", "a/deep/er")) / f"{self.session[:8]}"
@@ -27,7 +27,7 @@ class Transcript:
                        folder.name / f"local_{place}.json")
         self.trouble = trouble
         self.mode = 0o644 if agent_is_other else 0o600
-        self.maker = LineMaker(rng, self.session, place, is_ascii=self.is_rewritten)
+        self.maker = LineMaker(rng, self.session, place, self.is_rewritten, repeats)
         self.pending = b""  # made and not written yet
         self.file = None
         self.is_in_trouble = False
@@ -132,14 +132,17 @@ class Transcript:
 
 
 class Writer:
-    """The sessions of one home. All its choices come from `rng`."""
+    """The sessions of one home. All its choices come from `rng`. Where the agent does not read from the start,
+    `is_from_start` is false, and no transcript is rewritten nor repeats itself: what has to arrive would be a
+    guess."""
 
-    def __init__(self, rng, home, places, waiting, agent_is_other):
+    def __init__(self, rng, home, places, waiting, agent_is_other, is_from_start):
         self.rng = rng
         self.home = pathlib.Path(home)
         self.places = places  # an iterator: numbers that no other transcript has
         self.waiting = waiting
         self.agent_is_other = agent_is_other
+        self.is_from_start = is_from_start
         self.transcripts = []
         self.open = []
         self.debuts = []  # sessions of which the record, or the transcript, is still to come
@@ -150,15 +153,22 @@ class Writer:
         while not self.is_stopped:
             self.rng.choices(tuple(actions), tuple(actions.values()))[0]()
             await asyncio.sleep(self.rng.expovariate(1 / 0.02))
-            for _ in range(20):  # not for ever: what is away cannot be reported
-                if len(self.waiting) > MOST_WAITING and not self.is_stopped:
-                    await asyncio.sleep(0.05)
+            await self.let_the_agent_catch_up()
+
+    async def let_the_agent_catch_up(self):
+        for _ in range(40):
+            if len(self.waiting) <= MOST_WAITING or self.is_stopped:
+                return
+            await asyncio.sleep(0.05)
+        self.waiting.clear()  # what is away, or passed over, never comes
 
     def begin(self):
         if len(self.open) >= OPEN_SESSIONS or self.debuts:
             return
         rng = random.Random(self.rng.getrandbits(64))
-        transcript = Transcript(rng, self.home, next(self.places), self.rng.choice(TROUBLES), self.agent_is_other)
+        troubles = TROUBLES if self.is_from_start else TROUBLES[:-len(REWRITTEN)]
+        transcript = Transcript(rng, self.home, next(self.places), self.rng.choice(troubles), self.agent_is_other,
+                                self.is_from_start)
         self.transcripts.append(transcript)
         steps = [transcript.appear, lambda: self.open.append(transcript)]
         record = [lambda: transcript.write_record(0.6), transcript.write_record][self.rng.randint(0, 1):]
