@@ -95,7 +95,7 @@ class Home:
             if plan.kind == "save":
                 await asyncio.sleep(plan.after)
                 await self.watch_cursor()
-            elif plan.kind == "request":
+            elif plan.kind in ("request", "first"):
                 await self.wait_struck(plan.after + PATIENCE)
             else:
                 await self.wait_struck(plan.after)
@@ -137,6 +137,9 @@ class Home:
         if moment == "never":
             asyncio.get_running_loop().call_later(detail, self.kill, life, "waiting for an answer")
             return False
+        if moment == self.plan.kind == "first":
+            self.kill(life, "first event of a session")
+            return True
         if self.plan.kind != "request" or moment != self.plan.moment or detail < self.plan.request:
             return False
         if moment == "answered":

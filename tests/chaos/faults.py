@@ -38,7 +38,7 @@ class Fault:
 class Plan:
     """What one life meets. Requests are counted from 0."""
     faults: dict = dataclasses.field(default_factory=dict)  # by request
-    kind: str = "none"  # of how it ends: "start", "request", "save", "time"; "none": not at all
+    kind: str = "none"  # of how it ends: "start", "request", "first" of a session, "save", "time"; or not at all
     after: float = 0  # seconds
     request: int = 0
     moment: str = ""
@@ -73,8 +73,8 @@ def fault(rng, kind=None):
 
 def plan_of_life(rng):
     plan = Plan(pause=rng.choice((0, 0, 0, rng.uniform(0, 0.25))))
-    plan.kind = rng.choices(("start", "request", "save", "time"), (12, 50, 18, 20))[0]
-    plan.after = {"start": rng.uniform(0, 0.04), "request": rng.uniform(0.4, 1.5), "save": rng.uniform(0, 0.4),
+    plan.kind = rng.choices(("start", "request", "first", "save", "time"), (12, 42, 12, 16, 18))[0]
+    plan.after = {"start": rng.uniform(0, 0.04), "request": rng.uniform(0.4, 1.5), "first": rng.uniform(0.4, 1), "save": rng.uniform(0, 0.4),
                   "time": rng.uniform(0.05, 1.5)}[plan.kind]
     plan.request = min(int(rng.expovariate(1 / 12)), 150)
     plan.moment = rng.choice(MOMENTS)

@@ -151,8 +151,11 @@ class Proxy:
             self.remember(request, None)
             return False
         request.body = await reader.readexactly(request.length)
+        known = len(self.firsts)
         arrival = self.remember(request, self.event_of(request))
         self.strike(request.life, "read", number)
+        if len(self.firsts) > known:
+            self.strike(request.life, "first", number)
         if self.is_down:
             return False
         if fault and fault.kind not in faults.STORED:
