@@ -149,6 +149,11 @@ class Round:
         return verdict
 
 
+def differing(values, expected):
+    return ", ".join(f"{str(value)[:60]!r} instead of {str(other)[:60]!r}"
+                     for value, other in zip(values, expected) if value != other)
+
+
 def differences(database, written, arrivals):
     """Where the database has other events than the proxies handed on, or an event has another content."""
     found = []
@@ -164,7 +169,7 @@ def differences(database, written, arrivals):
         one = of_number.get(call[0])
         stored["call", one.event if one else call[0]] += 1
         if one and any(expected not in (value, reading.ANY) for expected, value in zip(one.call, call)):
-            found.append(f"another call: {call}, not {one.call}")
+            found.append(f"another call of {one.event}: " + differing(call, one.call))
     of_turns = {one.turns: one for one in written if one.status}
     for turns, status in database.completions():
         one = of_turns.get(turns)

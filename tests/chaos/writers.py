@@ -18,7 +18,7 @@ REWRITTEN = ("truncated", "replaced")
 class Transcript:
     """A session's transcript and its record. `trouble` is what happens to it now and then."""
 
-    def __init__(self, rng, home, place, trouble, agent_is_other, repeats):
+    def __init__(self, rng, home, place, trouble, agent_is_other, is_from_start):
         self.rng = rng
         self.session = str(uuid.UUID(int=rng.getrandbits(128), version=4))
         folder = home / ".claude" / "projects" / rng.choice(("", "garden", "a/deep/er")) / f"{self.session[:8]}"
@@ -27,7 +27,9 @@ class Transcript:
                        folder.name / f"local_{place}.json")
         self.trouble = trouble
         self.mode = 0o644 if agent_is_other else 0o600
-        self.maker = LineMaker(rng, self.session, place, self.is_rewritten, repeats)
+        # A reading that begins inside a character counts the offsets behind it too high, as documented.
+        is_ascii = self.is_rewritten or not is_from_start
+        self.maker = LineMaker(rng, self.session, place, is_ascii, repeats=is_from_start)
         self.pending = b""  # made and not written yet
         self.file = None
         self.is_in_trouble = False
