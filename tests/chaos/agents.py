@@ -11,7 +11,7 @@ import time
 
 import faults
 from comparer import Kill
-from proxy import Broken, Proxy
+from proxy import Proxy
 
 WATCHING = 0.0005  # seconds between two looks at the cursor
 TAIL_ONLY = "tail"  # the home whose agent runs without --from-start
@@ -82,8 +82,9 @@ class Home:
         self.proxy.begin_life(self.life, plan)
         self.configure()
         user = {"user": self.user[0], "group": self.user[1], "extra_groups": []} if self.user else {}
+        from_start = ["--from-start"] if self.is_from_start else []
         self.process = await asyncio.create_subprocess_exec(
-            self.program, *(["--from-start"] if self.is_from_start else []), "--poll", "0.05", env={"PELMAR_ROOT": str(self.folder)}, cwd="/",
+            self.program, "--poll", "0.05", *from_start, env={"PELMAR_ROOT": str(self.folder)}, cwd="/",
             stdin=asyncio.subprocess.DEVNULL, stdout=self.log, stderr=self.log, **user)
 
     async def live(self):
@@ -157,7 +158,7 @@ class Home:
         self.kill(self.life, why)
         status = await self.process.wait()
         if status != -signal.SIGKILL:
-            self.problems.append(f"{self.name}: the agent ended by itself in life {self.life}, status {status}")
+            self.problems.append(f"{self.name}: the agent ended by itself in life {self.life}: {status}")
         self.moments[moment_of(self.why)] += 1
         self.kills.add(Kill(self.name, self.life, f"{self.why}; plan: {self.plan}", self.offsets()))
 
@@ -186,6 +187,3 @@ class Home:
     def stop(self):
         if self.process is not None and self.process.returncode is None:
             self.process.kill()
-
-
-__all__ = ["Broken", "Home"]

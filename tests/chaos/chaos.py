@@ -1,4 +1,5 @@
-"""Kills agents while their transcripts grow and their service fails; compares what arrived with what was written."""
+"""Kills agents while their transcripts grow and their service fails; compares what arrived with what was
+written."""
 
 import argparse
 import asyncio
@@ -35,7 +36,7 @@ def arguments():
                         help="keep the agent from writing its journal: a kill then brings back what was "
                         "recorded since the cursor was saved, and only that")
     parser.add_argument("--build", type=pathlib.Path, default=REPOSITORY / "build" / "release", metavar="DIR")
-    parser.add_argument("--keep", action="store_true", help="keep the folder of a run in which all was well, too")
+    parser.add_argument("--keep", action="store_true", help="keep the folder even if all was well")
     chosen = parser.parse_args()
     if chosen.kills < 1:
         parser.error("--kills needs at least 1")
@@ -77,7 +78,8 @@ def show_failures(chosen, number, verdict, folder):
 
 
 def listed(counts):
-    return ", ".join(f"{name} {count}" for name, count in sorted(counts.items(), key=lambda one: (-one[1], one[0])))
+    often_first = sorted(counts.items(), key=lambda one: (-one[1], one[0]))
+    return ", ".join(f"{name} {count}" for name, count in often_first)
 
 
 def main():
@@ -93,8 +95,8 @@ def main():
     begin = time.monotonic()
     for number, kills in rounds(chosen):
         folder = root / f"round-{number}"
-        one = Round(folder, chosen.build.resolve(), f"{chosen.seed}/{number}", kills, not chosen.without_journal,
-                    progress_of(number, total["kills"]))
+        one = Round(folder, chosen.build.resolve(), f"{chosen.seed}/{number}", kills,
+                    not chosen.without_journal, progress_of(number, total["kills"]))
         verdict = asyncio.run(one.run())
         for key, value in (("written", verdict.events), ("lost", len(verdict.lost)),
                            ("doubled", verdict.events_doubled), ("kills", len(one.kills.done)),
@@ -110,8 +112,8 @@ def main():
     if is_well and not chosen.keep:
         shutil.rmtree(root)
     print(f"Requests by fault: {listed(met)}.\nKills: {listed(moments)}.")
-    print(f"In {time.monotonic() - begin:.0f} s. Sent again because an answer was lost: {total['lost answers']}. "
-          f"LLM calls and completions given up after failures, as documented: {total['given up']}.")
+    print(f"In {time.monotonic() - begin:.0f} s. "
+          f"Sent again because an answer was lost: {total['lost answers']}. LLM calls and completions given up after failures, as documented: {total['given up']}.")
     print(f"events written {total['written']}, lost {total['lost']}, doubled {total['doubled']}, "
           f"kills {total['kills']}")
     return 0 if is_well else 1

@@ -32,7 +32,7 @@ class Kill:
 class Verdict:
     events: int = 0
     lost: list = dataclasses.field(default_factory=list)  # sentences
-    doubled: list = dataclasses.field(default_factory=list)  # (what, event, number of the kill) a time that it came again
+    doubled: list = dataclasses.field(default_factory=list)  # (what, event, number of the kill)
     lost_answers: int = 0  # what came again because of one
     given_up: int = 0  # calls and completions that failed as often as the agent tries
     broken: list = dataclasses.field(default_factory=list)  # what else is against the promise, sentences
@@ -85,7 +85,8 @@ class Comparison:
         for what, arrivals_of in self.stored.items():
             for event in arrivals_of:
                 one = self.written.get(event)
-                if one is None or (what == "call" and not one.call) or (what == "completion" and not one.status):
+                has_it = {"step": one, "call": one and one.call, "completion": one and one.status}[what]
+                if not has_it:
                     self.verdict.broken.append(f"a {what} that was never written: {self.name(event)}")
 
     def find_lost_steps(self, events):
@@ -139,7 +140,8 @@ class Comparison:
             if not steps:
                 continue
             if steps[0].place < latest:
-                self.verdict.broken.append(f"out of order: {self.name(one.event)} came before {self.name(before)}")
+                self.verdict.broken.append(
+                    f"out of order: {self.name(one.event)} came before {self.name(before)}")
             latest, before = steps[0].place, one.event
 
     def explain_repetitions(self, what, event, arrivals):
@@ -165,9 +167,11 @@ class Comparison:
         one = self.written.get(event)
         if one and one.end <= kill.offsets.get(one.transcript, -1):
             return "the cursor was past it"
-        after = [arrival for arrival in self.lives[earlier.home, earlier.life] if arrival.place > earlier.place]
+        life = self.lives[earlier.home, earlier.life]
+        after = [arrival for arrival in life if arrival.place > earlier.place]
         if self.has_journal:
-            return "it was not in flight" if any(arrival.event not in (event, None) for arrival in after) else None
+            others = [arrival for arrival in after if arrival.event not in (event, None)]
+            return "it was not in flight" if others else None
         others = [arrival for arrival in after if arrival.event in self.written and one and
                   self.written[arrival.event].transcript != one.transcript]
         return "the cursor had been saved behind it" if others else None

@@ -39,7 +39,8 @@ KILL_1, KILL_2 = Kill("home", 1), Kill("home", 2)
 PAST_A = Kill("home", 1, offsets={"one.jsonl": 10})
 BEFORE_A = Kill("home", 1, offsets={"one.jsonl": 9})
 
-# What was written, what arrived, the kills, with a journal or without: lost, doubled, lost answers, given up, broken.
+# What was written, what arrived, the kills, whether there is a journal;
+# then how many were lost, doubled, explained by lost answers, given up, and broken promises.
 TABLE = {
     "everything arrived": ([A, B], [step(A), step(B)], [], True, (0, 0, 0, 0, 0)),
     "an event is missing": ([A, B], [step(A)], [], True, (1, 0, 0, 0, 0)),
@@ -50,42 +51,48 @@ TABLE = {
     "transcripts have no order among them": ([A, B, OTHER], [step(OTHER), step(A), step(B)], [], True,
                                              (0, 0, 0, 0, 0)),
     "in flight at a kill": ([A, B], [step(A), step(B), step(B, 2)], [KILL_1], True, (0, 1, 0, 0, 0)),
-    "in flight at two kills": ([A], [step(A), step(A, 2), step(A, 3)], [KILL_1, KILL_2], True, (0, 2, 0, 0, 0)),
+    "in flight at two kills": ([A], [step(A), step(A, 2), step(A, 3)], [KILL_1, KILL_2], True,
+                               (0, 2, 0, 0, 0)),
     "a step and its call in flight are one event": (
         [CALL], [step(CALL), call(), step(CALL, 2), call(2)], [KILL_1], True, (0, 1, 0, 0, 0)),
     "no longer in flight": ([A, B], [step(A), step(B), step(A, 2)], [KILL_1], True, (0, 1, 0, 0, 1)),
-    "no longer in flight, the next one failed": ([A, B], [step(A), failed(step(B)), step(A, 2), step(B, 2)], [KILL_1],
-                                                 True, (0, 1, 0, 0, 1)),
+    "no longer in flight, the next one failed": (
+        [A, B], [step(A), failed(step(B)), step(A, 2), step(B, 2)], [KILL_1], True, (0, 1, 0, 0, 1)),
     "two events after one kill": ([A, B], [step(A), step(B), step(A, 2), step(B, 2)], [KILL_1], True,
                                   (0, 2, 0, 0, 2)),
     "twice in one life": ([A], [step(A), step(A)], [KILL_1], True, (0, 1, 0, 0, 1)),
     "twice without a kill": ([A], [step(A), step(A, 2)], [], True, (0, 1, 0, 0, 1)),
     "twice, and another life was killed": ([A], [step(A), step(A, 2)], [KILL_2], True, (0, 1, 0, 0, 1)),
     "twice because the answer was lost": ([A], [step(A, outcome="lost"), step(A)], [], True, (0, 0, 1, 0, 0)),
-    "three times, one answer lost": ([A], [step(A, outcome="lost"), step(A), step(A)], [], True, (0, 1, 1, 0, 1)),
+    "three times, one answer lost": ([A], [step(A, outcome="lost"), step(A), step(A)], [], True,
+                                     (0, 1, 1, 0, 1)),
     "the cursor was past it": ([A], [step(A), step(A, 2)], [PAST_A], True, (0, 1, 0, 0, 1)),
     "the cursor was a byte before it": ([A], [step(A), step(A, 2)], [BEFORE_A], True, (0, 1, 0, 0, 0)),
     "since the cursor was saved": ([A, B], [step(A), step(B), step(A, 2), step(B, 2)], [KILL_1], False,
                                    (0, 2, 0, 0, 0)),
-    "before the cursor was saved for another": ([A, OTHER], [step(A), step(OTHER), step(A, 2)], [KILL_1], False,
-                                                (0, 1, 0, 0, 1)),
+    "before the cursor was saved for another": (
+        [A, OTHER], [step(A), step(OTHER), step(A, 2)], [KILL_1], False, (0, 1, 0, 0, 1)),
     "a call arrived": ([CALL], [step(CALL), call()], [], True, (0, 0, 0, 0, 0)),
     "a call is missing": ([CALL], [step(CALL)], [], True, (1, 0, 0, 0, 0)),
-    "a call was refused": ([CALL], [step(CALL), call(is_stored=False, outcome="refused")], [], True, (0, 0, 0, 1, 0)),
+    "a call was refused": ([CALL], [step(CALL), call(is_stored=False, outcome="refused")], [], True,
+                           (0, 0, 0, 1, 0)),
     "a call failed three times": ([CALL], [step(CALL), *(failed(call()) for _ in range(3))], [], True,
                                   (0, 0, 0, 1, 0)),
-    "a call failed twice": ([CALL], [step(CALL), *(failed(call()) for _ in range(2))], [], True, (1, 0, 0, 0, 0)),
+    "a call failed twice": ([CALL], [step(CALL), *(failed(call()) for _ in range(2))], [], True,
+                            (1, 0, 0, 0, 0)),
     "a call met a closed port": ([CALL], [step(CALL), call(is_stored=False, outcome="unseen")], [], True,
                                  (0, 0, 0, 1, 0)),
     "a call twice in one life": ([CALL], [step(CALL), call(), call()], [], True, (0, 1, 0, 0, 1)),
-    "a call of an event without one": ([A], [step(A), Arrival("home", 1, "call", A.event)], [], True, (0, 0, 0, 0, 1)),
+    "a call of an event without one": ([A], [step(A), Arrival("home", 1, "call", A.event)], [], True,
+                                       (0, 0, 0, 0, 1)),
     "a run completed": ([RESULT], [step(RESULT, run="session"), completion()], [], True, (0, 0, 0, 0, 0)),
     "a run not completed": ([RESULT], [step(RESULT, run="session")], [], True, (1, 0, 0, 0, 0)),
     "a daily run left open": ([RESULT], [step(RESULT)], [], True, (0, 0, 0, 0, 0)),
     "a daily run completed": ([RESULT], [step(RESULT), completion()], [], True, (0, 0, 0, 0, 1)),
     "a run completed once for two results": (
         [RESULT, LATER_RESULT],
-        [step(RESULT, run="session"), completion(), step(LATER_RESULT, run="session")], [], True, (0, 0, 0, 0, 0)),
+        [step(RESULT, run="session"), completion(), step(LATER_RESULT, run="session")], [], True,
+        (0, 0, 0, 0, 0)),
     "a run completed for each of two results": (
         [RESULT, LATER_RESULT], [step(RESULT, run="session"), completion(), step(LATER_RESULT, run="session"),
                                  completion(LATER_RESULT)], [], True, (0, 0, 0, 0, 1)),
@@ -97,8 +104,9 @@ class Comparer(unittest.TestCase):
         for name, (written, arrivals, kills, has_journal, expected) in TABLE.items():
             with self.subTest(name):
                 verdict = compare(written, arrivals, kills, has_journal)
-                self.assertEqual((len(verdict.lost), verdict.events_doubled, verdict.lost_answers, verdict.given_up,
-                                  len(verdict.broken)), expected, verdict)
+                counts = (len(verdict.lost), verdict.events_doubled, verdict.lost_answers, verdict.given_up,
+                          len(verdict.broken))
+                self.assertEqual(counts, expected, verdict)
 
     def test_names_the_event_the_transcript_the_line_and_the_kill(self):
         verdict = compare([A, B], [step(A), step(B), step(A, 2)], [Kill("home", 1, "request 2 stored")])

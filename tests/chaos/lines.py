@@ -117,7 +117,8 @@ class LineMaker:
         line = self.line("assistant", message={"id": f"msg_{self.number + 1:x}", "role": "assistant",
                                                "model": MODEL, "content": content})
         if self.rng.random() < 0.8:  # the tokens mark the LLM call, which has no time
-            line["message"]["usage"] = {"input_tokens": self.number, "output_tokens": self.rng.randint(0, 900),
+            line["message"]["usage"] = {"input_tokens": self.number,
+                                        "output_tokens": self.rng.randint(0, 900),
                                         "cache_read_input_tokens": self.rng.randint(0, 9000)}
         return line
 

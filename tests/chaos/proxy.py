@@ -36,7 +36,8 @@ class Upstream:
                 self.streams = await asyncio.open_connection("127.0.0.1", self.port)
             reader, writer = self.streams
             writer.write(f"POST {path} HTTP/1.1\r\nHost: 127.0.0.1:{self.port}\r\nX-Pel-Key: {key}\r\n"
-                         f"Content-Type: application/json\r\nContent-Length: {len(body)}\r\n\r\n".encode() + body)
+                         "Content-Type: application/json\r\n"
+                         f"Content-Length: {len(body)}\r\n\r\n".encode() + body)
             head = (await reader.readuntil(HEAD_END)).decode()
             length = int(re.search(r"(?i)content-length: (\d+)", head)[1])
             return int(head.split()[1]), await reader.readexactly(length)
@@ -225,7 +226,8 @@ class Proxy:
         if status != 200:
             raise Broken(f"the service answered {status} to {request.path}: {body[:200]!r}")
         if request.path.endswith(("/runs/start/", "/runs/daily/")):
-            self.kinds[json.loads(body)["run_id"]] = "daily" if request.path.endswith("/daily/") else "session"
+            kind = "daily" if request.path.endswith("/daily/") else "session"
+            self.kinds[json.loads(body)["run_id"]] = kind
         if arrival:
             arrival.is_stored, arrival.outcome, arrival.run = True, "answered", self.kinds[request.run]
             self.waiting.discard(arrival.event[0])

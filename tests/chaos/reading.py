@@ -18,8 +18,10 @@ ANY = None  # of a prompt
 # What identifies and makes up an event, besides its kind; of both a line and a step's output.
 FACTS = {"user_message": ("text",), "assistant": ("text", "model", "message_id"),
          "tool_use": ("tool_name", "tool_input", "message_id"), "tool_result": ("content", "is_error"),
-         "session_init": ("cwd", "model", "tools"), "permission": ("tool_name", "tool_input", "reason", "decision"),
-         "system_status": ("status", "message"), "compact_boundary": ("compact_type", "pre_tokens", "post_tokens"),
+         "session_init": ("cwd", "model", "tools"),
+         "permission": ("tool_name", "tool_input", "reason", "decision"),
+         "system_status": ("status", "message"),
+         "compact_boundary": ("compact_type", "pre_tokens", "post_tokens"),
          "result": ("summary", "num_turns", "duration_ms", "total_cost_usd"),
          "tool_use_summary": ("tool_name", "summary"), "rate_limit": ("status", "tokens_used"),
          "unknown": ("type", "subtype")}
@@ -123,7 +125,8 @@ def written_since(transcript, content, first):
 def written_in_rewritten(transcript, content, needed_from, history):
     """Where a transcript was cut or replaced: any of the lines in `history` may have been read, with whatever
     prompt; what begins at or behind `needed_from`, which no stale offset can reach, has to be."""
-    needed = [one for one in written_in(transcript, content, lambda start: start >= needed_from) if one.is_needed]
+    needed = [one for one in written_in(transcript, content, lambda start: start >= needed_from)
+              if one.is_needed]
     known = {one.event for one in needed}
     for line in history:
         for one in written_in(transcript, line, lambda start: False, has_run=True):
@@ -153,7 +156,8 @@ class Database:
     def calls(self):
         """As Written has them."""
         for row in self.connection.execute(
-                "SELECT tokens_in, tokens_out, model, prompt_preview, response_preview FROM llm_calls ORDER BY id"):
+                "SELECT tokens_in, tokens_out, model, prompt_preview, response_preview FROM llm_calls "
+                "ORDER BY id"):
             yield (*row[:3], row[3][:PREVIEW], row[4][:PREVIEW])
 
     def completions(self):

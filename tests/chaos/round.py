@@ -58,8 +58,9 @@ class Round:
         for name, slug in homes:
             home = Home(folder / name, seed, slug, program, self.service, self.kills, has_journal)
             self.homes.append(home)
-            self.writers.append(Writer(random.Random(f"{seed}/{name}/writer"), home.home, places, home.waiting,
-                                       home.user is not None, home.is_from_start))
+            rng = random.Random(f"{seed}/{name}/writer")
+            self.writers.append(Writer(rng, home.home, places, home.waiting, home.user is not None,
+                                       home.is_from_start))
 
     async def run(self):
         """The verdict; its `broken` has everything that is wrong."""
@@ -75,14 +76,15 @@ class Round:
     async def kill_and_write(self):
         writing = [asyncio.create_task(writer.run()) for writer in self.writers]
         living = asyncio.gather(*(home.live() for home in self.homes))
-        await asyncio.wait([living, *writing], return_when=asyncio.FIRST_COMPLETED)  # a writer only by failing
+        # A writer ends before that only by failing.
+        await asyncio.wait([living, *writing], return_when=asyncio.FIRST_COMPLETED)
         for writer in self.writers:
             writer.is_stopped = True
         await asyncio.gather(*writing)
         await living
 
     async def settle(self):
-        """All is well from here on: everything arrives, a last kill brings nothing back, nor does a line more."""
+        """All is well from here on: everything arrives, and a last kill and a line more bring nothing back."""
         for writer in self.writers:
             writer.settle()
         for home in self.homes:

@@ -21,7 +21,7 @@ class Transcript:
     def __init__(self, rng, home, place, trouble, agent_is_other, is_from_start):
         self.rng = rng
         self.session = str(uuid.UUID(int=rng.getrandbits(128), version=4))
-        folder = home / ".claude" / "projects" / rng.choice(("", "garden", "a/deep/er")) / f"{self.session[:8]}"
+        folder = home / ".claude" / "projects" / rng.choice(("", "garden", "a/deep/er")) / self.session[:8]
         self.path = folder / f"{self.session}.jsonl"
         self.record = (home / "Library" / "Application Support" / "Claude" / "claude-code-sessions" /
                        folder.name / f"local_{place}.json")
@@ -134,9 +134,8 @@ class Transcript:
 
 
 class Writer:
-    """The sessions of one home. All its choices come from `rng`. Where the agent does not read from the start,
-    `is_from_start` is false, and no transcript is rewritten nor repeats itself: what has to arrive would be a
-    guess."""
+    """The sessions of one home. All its choices come from `rng`. Where the agent does not read from the
+    start, no transcript is rewritten nor repeats itself: what has to arrive would be a guess."""
 
     def __init__(self, rng, home, places, waiting, agent_is_other, is_from_start):
         self.rng = rng
@@ -151,7 +150,8 @@ class Writer:
         self.is_stopped = False
 
     async def run(self):
-        actions = {self.append: 60, self.burst: 3, self.trouble: 6, self.debut: 6, self.begin: 3, self.leave: 1}
+        actions = {self.append: 60, self.burst: 3, self.trouble: 6, self.debut: 6, self.begin: 3,
+                   self.leave: 1}
         while not self.is_stopped:
             self.rng.choices(tuple(actions), tuple(actions.values()))[0]()
             await asyncio.sleep(self.rng.expovariate(1 / 0.02))
@@ -169,8 +169,8 @@ class Writer:
             return
         rng = random.Random(self.rng.getrandbits(64))
         troubles = TROUBLES if self.is_from_start else TROUBLES[:-len(REWRITTEN)]
-        transcript = Transcript(rng, self.home, next(self.places), self.rng.choice(troubles), self.agent_is_other,
-                                self.is_from_start)
+        transcript = Transcript(rng, self.home, next(self.places), self.rng.choice(troubles),
+                                self.agent_is_other, self.is_from_start)
         self.transcripts.append(transcript)
         steps = [transcript.appear, lambda: self.open.append(transcript)]
         record = [lambda: transcript.write_record(0.6), transcript.write_record][self.rng.randint(0, 1):]
@@ -223,5 +223,6 @@ class Writer:
     def end(self):
         """One line more for each, and behind some of them a line that never ends."""
         for transcript in self.transcripts:
-            tail = transcript.maker.user_line() if self.rng.random() < 0.3 else b""
-            transcript.end_with(transcript.maker.user_line(), tail[:self.rng.randint(0, max(0, len(tail) - 2))])
+            whole = transcript.maker.user_line() if self.rng.random() < 0.3 else b""
+            tail = whole[:self.rng.randint(0, max(0, len(whole) - 3))]
+            transcript.end_with(transcript.maker.user_line(), tail)
