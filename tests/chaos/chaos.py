@@ -113,7 +113,8 @@ def main():
         shutil.rmtree(root)
     print(f"Requests by fault: {listed(met)}.\nKills: {listed(moments)}.")
     print(f"In {time.monotonic() - begin:.0f} s. "
-          f"Sent again because an answer was lost: {total['lost answers']}. LLM calls and completions given up after failures, as documented: {total['given up']}.")
+          f"Sent again because an answer was lost: {total['lost answers']}. "
+          f"LLM calls and completions given up after failures, as documented: {total['given up']}.")
     print(f"events written {total['written']}, lost {total['lost']}, doubled {total['doubled']}, "
           f"kills {total['kills']}")
     return 0 if is_well else 1

@@ -83,7 +83,8 @@ def plan_of_life(rng):
     plan = Plan(pause=rng.choice((0, 0, 0, rng.uniform(0, 0.25))))
     plan.kind = rng.choices(("start", "request", "first", "save", "time"), (12, 42, 12, 16, 18))[0]
     plan.after = {"start": rng.uniform(0, 0.04), "request": rng.uniform(0.4, 1.5),
-                  "first": rng.uniform(0.4, 1), "save": rng.uniform(0, 0.4), "time": rng.uniform(0.05, 1.5)}[plan.kind]
+                  "first": rng.uniform(0.4, 1), "save": rng.uniform(0, 0.4),
+                  "time": rng.uniform(0.05, 1.5)}[plan.kind]
     plan.request = min(int(rng.expovariate(1 / 12)), 150)
     plan.moment = rng.choice(MOMENTS)
     plan.delay = rng.choice((0, rng.expovariate(1 / 0.0002)))

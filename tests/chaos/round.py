@@ -84,7 +84,7 @@ class Round:
         await living
 
     async def settle(self):
-        """All is well from here on: everything arrives, and a last kill and a line more bring nothing back."""
+        """All is well from here on: everything arrives, a last kill and a line more bring nothing back."""
         for writer in self.writers:
             writer.settle()
         for home in self.homes:
