@@ -14,6 +14,12 @@ using ::testing::Not;
 
 }  // namespace
 
+NetworkTest::NetworkTest() {
+  if (!isOwnNetwork()) return;
+  setHosts("");
+  setResolver("");
+}
+
 void NetworkTest::TearDown() {
   if (!agent_) return;
   agent_->kill(SIGKILL);

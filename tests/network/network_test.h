@@ -16,6 +16,9 @@ namespace pelmar::test {
 
 class NetworkTest : public AgentTest {
  protected:
+  // What an earlier test made of the names is over.
+  NetworkTest();
+
   // Whatever happened, no key is in anything that the agent wrote.
   void TearDown() override;
 

@@ -89,8 +89,6 @@ void enterOwnNetwork(char** argv) {
   }
   writeInEtc("/etc/nsswitch.conf", "hosts: files dns\n");
   writeInEtc("/etc/host.conf", "multi on\n");  // a name may have several lines
-  setHosts("");
-  setResolver("");
 }
 
 void setHosts(const std::string& lines) { writeInEtc("/etc/hosts", lines); }
