@@ -75,7 +75,7 @@ TEST_F(ProxyTest, ThatPretendsToBeTheServiceGetsNothing) {
   root_.addTranscript("s1", userLine("1", "one"));
   reportTo("https://" + std::string(kHost) + ':' + std::to_string(stranger.port()),
            {"https_proxy=" + urlOf(proxy)});
-  stranger.waitForFailures(2);
+  ASSERT_TRUE(stranger.waitForFailures(2));
   EXPECT_EQ(stranger.received(), "");
   EXPECT_THAT(outcomes().front(), StartsWith("0 "));
 }

@@ -91,7 +91,7 @@ TEST_P(BadTlsTest, GetsNothingAndAllArrivesOnceWhenItIsMended) {
   Relay relay(GetParam().make(authority_), servicePort());
   root_.addTranscript("s1", userLine("1", "one") + userLine("2", "two"));
   reportTo(urlOf(relay));
-  relay.waitForFailures(1);
+  ASSERT_TRUE(relay.waitForFailures(1));
   EXPECT_EQ(relay.received(), "");
   relay.show(good());
   ASSERT_TRUE(waitForSteps(2));
@@ -106,7 +106,7 @@ TEST_F(TlsTest, AnAddressIsNotCoveredByACertificateOfAName) {
   const Relay relay(good(), servicePort());
   root_.addTranscript("s1", userLine("1", "one"));
   reportTo(urlOf(relay, "127.0.0.1"));
-  relay.waitForFailures(2);
+  ASSERT_TRUE(relay.waitForFailures(2));
   EXPECT_EQ(relay.received(), "");
   EXPECT_THAT(outcomes().front(), StartsWith("0 "));
 }
@@ -114,7 +114,7 @@ TEST_F(TlsTest, AnAddressIsNotCoveredByACertificateOfAName) {
 TEST_F(TlsTest, AHeartbeatGoesToNoStranger) {
   const Relay relay({RelayKind::tls, selfSigned({.host = kHost})}, servicePort());
   waitForAnotherPass(reportAs("garden", urlOf(relay)));
-  relay.waitForFailures(1);
+  ASSERT_TRUE(relay.waitForFailures(1));
   EXPECT_EQ(relay.received(), "");
 }
 
@@ -125,7 +125,7 @@ TEST_F(TlsTest, TheTokenOfADeviceGoesToNoStranger) {
       {"device_token", "token-of-device"}, {"tenant_slug", "tenant"}, {"api_url", urlOf(relay)}};
   writeFile(root_.setup() + "/device-identity.json", identity.dump());
   EXPECT_TRUE(reportAs("from-config", service_->url()).waitForLine("agent=from-config"));
-  relay.waitForFailures(1);
+  ASSERT_TRUE(relay.waitForFailures(1));
   EXPECT_EQ(relay.received(), "");
   for (const auto& line : agent().lines()) EXPECT_THAT(line, Not(HasSubstr("token-of-device")));
 }
@@ -138,7 +138,7 @@ TEST_F(TlsTest, ACertificateThatTurnsBadHoldsUpOnlyWhatComesLater) {
   relay.closeConnections();
   const auto before = relay.received();
   appendToFile(transcript, userLine("2", "two"));
-  relay.waitForFailures(1);
+  ASSERT_TRUE(relay.waitForFailures(1));
   EXPECT_EQ(relay.received(), before);
   relay.show(good());
   ASSERT_TRUE(waitForSteps(2));

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -117,9 +118,10 @@ std::string Relay::received() const {
   return received_;
 }
 
-void Relay::waitForFailures(std::size_t count) const {
+bool Relay::waitForFailures(std::size_t count) const {
+  constexpr std::chrono::seconds kPatience{30};
   std::unique_lock lock(mutex_);
-  failed_.wait(lock, [&] { return failureCount_ >= count; });
+  return failed_.wait_for(lock, kPatience, [&] { return failureCount_ >= count; });
 }
 
 void Relay::keep(std::string_view bytes) {

@@ -50,8 +50,9 @@ class Relay {
   // All that clients have sent, decrypted, in the order in which it came.
   std::string received() const;
 
-  // Blocks until `count` connections have ended before anything could be passed on.
-  void waitForFailures(std::size_t count) const;
+  // Blocks until `count` connections have ended before anything could be passed on; false when they
+  // do not within half a minute.
+  bool waitForFailures(std::size_t count) const;
 
  private:
   class Wire;
