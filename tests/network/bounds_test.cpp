@@ -46,9 +46,12 @@ void failInEveryWay(HttpClient& client, std::size_t count) {
       EXPECT_TRUE(exchange.error || exchange.status == 0 || exchange.status >= 300) << url;
     }
   }
+  EXPECT_EQ(stranger.connectionCount(), count);
+  EXPECT_EQ(hangingUp.connectionCount(), count);
 }
 
 TEST(Bounds, FiveHundredFailuresLeaveNoDescriptorBehind) {
+  if (isOwnNetwork()) trust(CertificateAuthority().pem());
   HttpClient client;
   failInEveryWay(client, 1);
   const int before = openDescriptors();
