@@ -11,7 +11,6 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-using ::testing::StartsWith;
 
 constexpr std::chrono::seconds kDeadline{60};
 constexpr const char* kHost = "service.example";

@@ -9,8 +9,6 @@ namespace pelmar::test {
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::SizeIs;
 
 constexpr std::chrono::seconds kDeadline{60};
 constexpr const char* kHost = "service.example";
