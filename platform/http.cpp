@@ -1,6 +1,7 @@
 #include "platform/http.h"
 
 #include <curl/curl.h>
+#include <poll.h>
 
 #include <algorithm>
 #include <string>
@@ -115,6 +116,14 @@ struct HttpClient::State {
     curl_easy_setopt(curl, option, value);
   }
 
+  // Whether the kept connection has something to read before a request was sent.
+  bool hasUnread() const {
+    curl_socket_t socket = CURL_SOCKET_BAD;
+    curl_easy_getinfo(curl, CURLINFO_ACTIVESOCKET, &socket);
+    pollfd kept{.fd = socket, .events = POLLIN, .revents = 0};
+    return socket != CURL_SOCKET_BAD && ::poll(&kept, 1, 0) > 0;
+  }
+
   CURL* curl;
 };
 
@@ -125,6 +134,10 @@ HttpExchange HttpClient::send(const HttpRequest& request) {
   if (!isHttpUrl(request.url)) return {.error = "unsupported URL"};
   const auto headers = headerList(request);
   if (!headers) return {.error = "a header value holds a line break"};
+
+  // The other side has ended the connection, or spoke unasked, as some do before they end it;
+  // libcurl would take that for the answer to this request.
+  if (state_->hasUnread()) state_ = std::make_unique<State>();
 
   Transfer transfer;
   state_->set(CURLOPT_URL, request.url.c_str());

@@ -10,6 +10,7 @@ namespace pelmar {
 namespace {
 
 using namespace std::chrono_literals;
+using namespace std::string_literals;
 using test::After;
 using test::answering;
 using test::RawAnswer;
@@ -127,6 +128,48 @@ TEST(HttpAnswer, ThatIsNoHttpIsAnError) {
   }
 }
 
+TEST(HttpAnswer, OfHttp2IsAnError) {
+  for (const auto& frame : {"PRI * HTTP/2.0\r\n\r\nSM\r\n\r\n"s, "\0\0\0\4\0\0\0\0\0"s}) {
+    const auto exchange = exchangeFor({.bytes = frame, .after = After::close});
+    EXPECT_NE(exchange.error, std::nullopt) << frame;
+    EXPECT_EQ(exchange.body, std::nullopt) << frame;
+  }
+}
+
+TEST(HttpAnswer, LongerThanItSaysIsCutThereAndTheRestIsNobodysAnswer) {
+  RawServer server({{.bytes = "HTTP/1.1 201 Created\r\nContent-Length: 2\r\n\r\n{}"
+                              "HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nforge"},
+                    answering("404 Not Found", "real")});
+  HttpClient client;
+  const auto first = client.send({.url = server.url("/"), .body = "{}", .deadline = kDeadline});
+  EXPECT_EQ(first.status, 201);
+  EXPECT_THAT(first.body, Optional(Eq("{}")));
+  const auto second = client.send({.url = server.url("/"), .body = "{}", .deadline = kDeadline});
+  EXPECT_EQ(second.status, 404);
+  EXPECT_THAT(second.body, Optional(Eq("real")));
+}
+
+TEST(HttpAnswer, InAnEncodingThatNobodyAskedForIsTakenAsItCame) {
+  const auto packed = "\x1F\x8B\x08\0\0\0\0\0\0\x03\xAB\xAE\x05\0\x43\xBF\xA6\xA3\2\0\0\0"s;
+  const auto exchange =
+      exchangeFor({.bytes = "HTTP/1.1 200 OK\r\nContent-Encoding: gzip\r\nContent-Length: " +
+                            std::to_string(packed.size()) + "\r\n\r\n" + packed});
+  EXPECT_EQ(exchange.status, 200);
+  EXPECT_EQ(exchange.error, std::nullopt);
+  EXPECT_THAT(exchange.body, Optional(Eq(packed)));
+}
+
+TEST(HttpAnswer, WithAHeadThatHasNoEndIsAnError) {
+  std::string manyFields = "HTTP/1.1 200 OK\r\n";
+  for (int i = 0; i < 100000; ++i) manyFields += "X-Field: twenty bytes at least\r\n";
+  const std::string longField = "HTTP/1.1 200 OK\r\nX-Field: " + std::string(1000000, 'x');
+  for (const auto& head : {manyFields, longField}) {
+    const auto exchange = exchangeFor({.bytes = head});
+    EXPECT_NE(exchange.error, std::nullopt);
+    EXPECT_EQ(exchange.body, std::nullopt);
+  }
+}
+
 TEST(HttpAnswer, OfEightMebibytesIsTakenAndABiggerOneLosesItsBody) {
   constexpr std::size_t kMost = 8 * 1024 * 1024;
   const auto whole = exchangeFor(answering("200 OK", std::string(kMost, 'x')));
@@ -163,6 +206,27 @@ TEST(HttpDeadline, PassesInTheMiddleOfAnAnswerAndLeavesNothingOfIt) {
     expectTimeout(
         HttpClient().send({.url = server.url("/"), .body = "{}", .deadline = kShortDeadline}));
   }
+}
+
+TEST(HttpDeadline, PassesThoughBytesKeepComing) {
+  RawServer server(
+      {{.bytes = "HTTP/1.1 200 OK\r\nContent-Length: 100000\r\n\r\n" + std::string(100000, 'x'),
+        .between = 10ms}});
+  expectTimeout(
+      HttpClient().send({.url = server.url("/"), .body = "{}", .deadline = kShortDeadline}));
+}
+
+TEST(HttpDeadline, PassedOnAKeptConnectionIsTheEndOfThatConnection) {
+  RawServer server({answering("200 OK", "a", After::ignore), answering("200 OK", "b")});
+  HttpClient client;
+  EXPECT_EQ(client.send({.url = server.url("/"), .body = "{}", .deadline = kDeadline}).status, 200);
+  // More than the system takes for a peer that does not read.
+  std::string body;
+  body.resize(20000000, 'x');
+  expectTimeout(client.send({.url = server.url("/"), .body = body, .deadline = kShortDeadline}));
+  const auto exchange = client.send({.url = server.url("/"), .body = "{}", .deadline = kDeadline});
+  EXPECT_THAT(exchange.body, Optional(Eq("b")));
+  EXPECT_EQ(server.connectionCount(), 2U);
 }
 
 TEST(HttpDeadline, PassedOnceLeavesTheClientUsable) {

@@ -1,10 +1,16 @@
 #include <gmock/gmock.h>
 
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <chrono>
+#include <memory>
 #include <string>
+#include <thread>
 
 #include "platform/http.h"
 #include "tests/support/raw_server.h"
+#include "tests/support/sockets.h"
 
 namespace pelmar {
 namespace {
@@ -76,6 +82,52 @@ TEST(HttpConnection, KeptThatDiesBehindTheRequestGivesAnErrorAndNoSecondRequest)
   EXPECT_THAT(client.send(post(server, "3")).body, Optional(Eq("c")));
   EXPECT_EQ(server.requests().size(), 3U);
   EXPECT_THAT(server.requests()[2].bytes, testing::EndsWith("\r\n\r\n3"));
+}
+
+TEST(HttpConnection, ThatTheServerResetInBetweenIsReopened) {
+  RawServer server({answering("200 OK", "a", After::reset),
+                    answering("200 OK", "b"),
+                    {.after = After::reset},
+                    answering("200 OK", "c")});
+  HttpClient client;
+  EXPECT_EQ(client.send(post(server, "1")).status, 200);
+  server.waitUntilClosed(1);
+  EXPECT_THAT(client.send(post(server, "2")).body, Optional(Eq("b")));
+  EXPECT_NE(client.send(post(server, "3")).error, std::nullopt);
+  EXPECT_THAT(client.send(post(server, "4")).body, Optional(Eq("c")));
+  EXPECT_EQ(server.requests().size(), 4U);
+}
+
+// As servers do that tell of a time limit before they close.
+TEST(HttpConnection, KeptThatSpokeUnaskedAnswersNothing) {
+  const int listener = test::listeningSocket("127.0.0.1");
+  const HttpRequest request = {
+      .url = "http://127.0.0.1:" + std::to_string(test::portOf(listener)) + '/',
+      .body = "{}",
+      .deadline = kDeadline};
+  auto client = std::make_unique<HttpClient>();
+  int kept = -1;
+  std::thread server([&] {
+    kept = test::acceptedFrom(listener);
+    test::sendAll(kept, "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n{}");
+  });
+  EXPECT_EQ(client->send(request).status, 200);
+  server.join();
+  test::sendAll(kept, "HTTP/1.1 408 Request Timeout\r\nContent-Length: 0\r\n\r\n");
+  server = std::thread([&] {
+    const int fresh = test::acceptedFrom(listener);
+    test::sendAll(fresh, "HTTP/1.1 201 Created\r\nContent-Length: 0\r\n\r\n");
+    char byte = 0;
+    while (::recv(fresh, &byte, 1, 0) > 0) {
+    }
+    ::close(fresh);
+  });
+  EXPECT_EQ(client->send(request).status, 201);
+  client.reset();
+  ::close(test::connectionTo(test::portOf(listener)));  // lets go of a server that still waits
+  server.join();
+  ::close(kept);
+  ::close(listener);
 }
 
 TEST(HttpConnection, KeptThatDiesBehindAGetGivesNoSecondRequestEither) {

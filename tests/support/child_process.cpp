@@ -11,6 +11,8 @@
 #include <csignal>
 #include <stdexcept>
 
+#include "tests/support/sockets.h"
+
 namespace pelmar::test {
 namespace {
 
@@ -50,8 +52,7 @@ pid_t startProgram(const std::vector<std::string>& command,
 ChildProcess::ChildProcess(const std::vector<std::string>& command,
                            const std::vector<std::string>& environment) {
   int ends[2];
-  if (::pipe(ends) != 0) throw std::runtime_error("no pipe");
-  for (const int end : ends) ::fcntl(end, F_SETFD, FD_CLOEXEC);
+  openPipe(ends);
   ::fcntl(ends[0], F_SETFL, O_NONBLOCK);
   errors_ = ends[0];
   pid_ = startProgram(command, environment, ends[1]);

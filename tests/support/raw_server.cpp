@@ -1,7 +1,5 @@
 #include "tests/support/raw_server.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <strings.h>
 #include <sys/socket.h>
@@ -35,28 +33,27 @@ std::optional<std::size_t> headSize(const std::string& received) {
   return end + kEndOfHead.size();
 }
 
-void sendAll(int socket, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t count = ::send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-    if (count <= 0) return;  // the client has had enough
-    bytes.remove_prefix(static_cast<std::size_t>(count));
+void sendAnswer(int socket, const RawAnswer& answer) {
+  if (answer.between.count() == 0) return sendAll(socket, answer.bytes);
+  for (const char byte : answer.bytes) {
+    if (::send(socket, &byte, 1, 0) != 1) return;  // the client has had enough
+    std::this_thread::sleep_for(answer.between);
   }
+}
+
+void closeWithReset(int socket) {
+  const linger atOnce{.l_onoff = 1, .l_linger = 0};
+  ::setsockopt(socket, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
 }
 
 }  // namespace
 
-RawServer::RawServer(std::vector<RawAnswer> script) : script_(std::move(script)) {
-  listener_ = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t size = sizeof address;
-  auto* generic = reinterpret_cast<sockaddr*>(&address);
-  if (::bind(listener_, generic, size) != 0 || ::listen(listener_, 16) != 0 ||
-      ::getsockname(listener_, generic, &size) != 0 || ::pipe(wakeUp_) != 0) {
-    throw std::runtime_error("cannot listen on the loopback interface");
-  }
-  port_ = ntohs(address.sin_port);
+RawServer::RawServer(std::vector<RawAnswer> script, std::string address)
+    : script_(std::move(script)),
+      address_(std::move(address)),
+      listener_(listeningSocket(address_)),
+      port_(portOf(listener_)) {
+  openPipe(wakeUp_);
   thread_ = std::thread([this] { serve(); });
 }
 
@@ -86,7 +83,9 @@ void RawServer::waitUntilClosed(std::size_t count) const {
 void RawServer::serve() {
   for (;;) {
     std::vector<pollfd> watched = {{wakeUp_[0], POLLIN, 0}, {listener_, POLLIN, 0}};
-    for (const auto& connection : connections_) watched.push_back({connection.socket, POLLIN, 0});
+    for (const auto& connection : connections_) {
+      watched.push_back({connection.isIgnored ? -1 : connection.socket, POLLIN, 0});
+    }
     if (::poll(watched.data(), static_cast<nfds_t>(watched.size()), -1) < 0) continue;
     if (watched[0].revents != 0) return;
     for (std::size_t i = connections_.size(); i-- > 0;) {  // from behind: closing removes
@@ -102,7 +101,7 @@ void RawServer::serve() {
 }
 
 void RawServer::acceptConnection() {
-  const int socket = ::accept(listener_, nullptr, nullptr);
+  const int socket = acceptedFrom(listener_);
   if (socket < 0) return;
   const std::lock_guard lock(mutex_);
   connections_.push_back({.socket = socket, .number = connectionCount_++});
@@ -138,14 +137,16 @@ const RawAnswer& RawServer::nextAnswer() const {
   return requests_.size() < script_.size() ? script_[requests_.size()] : beyondTheScript;
 }
 
-bool RawServer::answer(const Connection& connection, std::string request) {
+bool RawServer::answer(Connection& connection, std::string request) {
   const RawAnswer& reply = nextAnswer();
   {
     const std::lock_guard lock(mutex_);
     requests_.push_back({.bytes = std::move(request), .connection = connection.number});
   }
-  sendAll(connection.socket, reply.bytes);
-  return reply.after == After::keepOpen;
+  sendAnswer(connection.socket, reply);
+  if (reply.after == After::reset) closeWithReset(connection.socket);
+  connection.isIgnored = reply.after == After::ignore;
+  return reply.after == After::keepOpen || reply.after == After::ignore;
 }
 
 void RawServer::closeConnection(std::size_t index, bool isByServer) {

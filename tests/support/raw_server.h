@@ -4,6 +4,7 @@
 // request byte by byte and knows which connection brought it; it checks and understands nothing but
 // where a request ends. One thread serves all connections.
 
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <mutex>
@@ -11,9 +12,13 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/sockets.h"
+
 namespace pelmar::test {
 
-enum class After { keepOpen, close };
+// How a connection goes on behind an answer: closed with a FIN or an RST, or open and never read
+// from again.
+enum class After { keepOpen, close, reset, ignore };
 
 // Whether the answer waits for the request's body or goes out as soon as the head has been read.
 enum class When { requestIsRead, headIsRead };
@@ -23,6 +28,7 @@ struct RawAnswer {
   std::string bytes{};
   After after = After::keepOpen;
   When when = When::requestIsRead;
+  std::chrono::milliseconds between{0};  // when set, the bytes go out one by one, so far apart
 };
 
 struct RawRequest {
@@ -34,12 +40,13 @@ class RawServer {
  public:
   // The nth request of the server's life gets the nth answer; one beyond the script is read and its
   // connection closed.
-  explicit RawServer(std::vector<RawAnswer> script);
+  explicit RawServer(std::vector<RawAnswer> script, std::string address = "127.0.0.1");
   ~RawServer();
   RawServer(const RawServer&) = delete;
   RawServer& operator=(const RawServer&) = delete;
 
-  std::string authority() const { return "127.0.0.1:" + std::to_string(port_); }
+  int port() const { return port_; }
+  std::string authority() const { return authorityOf(address_, port_); }
   std::string url(const std::string& path = "") const { return "http://" + authority() + path; }
 
   std::vector<RawRequest> requests() const;
@@ -53,20 +60,22 @@ class RawServer {
     int socket = -1;
     std::size_t number = 0;
     std::string received{};
+    bool isIgnored = false;
   };
 
   void serve();
   void acceptConnection();
   bool takeRequests(Connection& connection);
-  bool answer(const Connection& connection, std::string request);
+  bool answer(Connection& connection, std::string request);
   const RawAnswer& nextAnswer() const;
   bool readSome(Connection& connection) const;
   void closeConnection(std::size_t index, bool isByServer);
 
   const std::vector<RawAnswer> script_;
-  int listener_ = -1;
+  const std::string address_;
+  const int listener_;
+  const int port_;
   int wakeUp_[2] = {-1, -1};
-  int port_ = 0;
   std::vector<Connection> connections_{};  // the thread's own
   mutable std::mutex mutex_{};             // for all below
   mutable std::condition_variable closed_{};

@@ -18,7 +18,7 @@ class RefusingPort {
 
  private:
   int socket_;
-  int port_ = 0;
+  int port_;
 };
 
 }  // namespace pelmar::test

@@ -3,8 +3,12 @@
 namespace pelmar::test {
 
 void AgentTest::configure(const std::string& agentSlug, const std::string& key) {
-  std::string config =
-      "[claude-cowork]\napi_url = " + service_->url() + "\napi_key = " + key + "\n";
+  configureAt(service_->url(), agentSlug, key);
+}
+
+void AgentTest::configureAt(const std::string& url, const std::string& agentSlug,
+                            const std::string& key) {
+  std::string config = "[claude-cowork]\napi_url = " + url + "\napi_key = " + key + "\n";
   if (!agentSlug.empty()) config += "agent_slug = " + agentSlug + "\n";
   writeFile(root_.home() + "/.pelmar/config", config);
 }
@@ -19,11 +23,12 @@ void AgentTest::enrollDevice(const std::string& slug) {
   writeFile(root_.setup() + "/device-identity.json", identity.dump());
 }
 
-std::unique_ptr<ChildProcess> AgentTest::startAgent(std::vector<std::string> switches) {
+std::unique_ptr<ChildProcess> AgentTest::startAgent(std::vector<std::string> switches,
+                                                    std::vector<std::string> environment) {
   std::vector<std::string> command = {PELMAR_AGENT, "--poll", "0.01", "--verbose"};
   command.insert(command.end(), switches.begin(), switches.end());
-  return std::make_unique<ChildProcess>(command,
-                                        std::vector<std::string>{"PELMAR_ROOT=" + root_.path()});
+  environment.push_back("PELMAR_ROOT=" + root_.path());
+  return std::make_unique<ChildProcess>(command, environment);
 }
 
 void AgentTest::waitForAnotherPass(ChildProcess& agent) {

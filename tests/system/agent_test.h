@@ -18,11 +18,17 @@ class AgentTest : public ServiceTest {
   // Writes a config file whose section has this key, and the slug unless it is empty.
   void configure(const std::string& agentSlug, const std::string& key = kKey);
 
+  // The same, for a service at `url`.
+  void configureAt(const std::string& url, const std::string& agentSlug,
+                   const std::string& key = kKey);
+
   // Enrolls the machine with the service, as the agent `slug`.
   void enrollDevice(const std::string& slug);
 
   // Always with --verbose, whose message marks the begin of a pass, and with passes in close order.
-  std::unique_ptr<ChildProcess> startAgent(std::vector<std::string> switches = {});
+  // `environment` holds NAME=value, beside PELMAR_ROOT.
+  std::unique_ptr<ChildProcess> startAgent(std::vector<std::string> switches = {},
+                                           std::vector<std::string> environment = {});
 
   // Waits until a pass that began after this call is over, the cursor saved.
   static void waitForAnotherPass(ChildProcess& agent);
