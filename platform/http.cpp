@@ -12,6 +12,7 @@ namespace pelmar {
 namespace {
 
 constexpr std::size_t kMostAnswerBytes = 8 * 1024 * 1024;
+constexpr long kLeastStatus = 100;
 
 struct FreeList {
   void operator()(curl_slist* list) const { curl_slist_free_all(list); }
@@ -146,6 +147,8 @@ HttpExchange HttpClient::send(const HttpRequest& request) {
   if (result == CURLE_OK && !transfer.isHeadWhole) return {.error = "the answer broke off"};
   long status = 0;
   curl_easy_getinfo(state_->curl, CURLINFO_RESPONSE_CODE, &status);
+  // Some that are none pass libcurl, and 0 stands for no answer at all.
+  if (transfer.isHeadWhole && status < kLeastStatus) return {.error = "the answer has no status"};
   if (transfer.isTooLarge) return {.status = static_cast<int>(status)};
   if (result != CURLE_OK) {
     return {.body = std::move(transfer.body),
