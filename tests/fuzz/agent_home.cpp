@@ -1,0 +1,37 @@
+#include "tests/fuzz/agent_home.h"
+
+#include <filesystem>
+
+namespace pelmar::fuzz {
+
+AgentHome::AgentHome() : transcript_(root_.addTranscript("t", "")) {
+  // The activity log would only grow.
+  std::filesystem::create_directories(std::filesystem::path(root_.activityLog()).parent_path());
+  std::filesystem::create_symlink("/dev/null", root_.activityLog());
+}
+
+void AgentHome::begin(std::string_view content) {
+  scriptedService().requests.clear();
+  test::writeFile(transcript_, std::string(content));
+}
+
+void AgentHome::append(std::string_view content) {
+  test::appendToFile(transcript_, std::string(content));
+}
+
+void AgentHome::pass(CursorState& state, const std::string& agentSlug) const {
+  ObserveClient client(kServiceUrl, "key");
+  client.backoffBase = 0;
+  pollOnce(state, CursorFile(root_.cursor()), client, agentSlug, /*verbose=*/false);
+}
+
+std::int64_t AgentHome::offsetIn(const CursorState& state) const {
+  return state.at(transcript_).values.at("offset").get<std::int64_t>();
+}
+
+AgentHome& agentHome() {
+  static AgentHome home;
+  return home;
+}
+
+}  // namespace pelmar::fuzz
