@@ -10,12 +10,11 @@ AgentHome::AgentHome() : transcript_(root_.addTranscript("t", "")) {
   std::filesystem::create_symlink("/dev/null", root_.activityLog());
 }
 
-void AgentHome::begin(std::string_view content) {
-  scriptedService().requests.clear();
+void AgentHome::writeTranscript(std::string_view content) {
   test::writeFile(transcript_, std::string(content));
 }
 
-void AgentHome::append(std::string_view content) {
+void AgentHome::appendToTranscript(std::string_view content) {
   test::appendToFile(transcript_, std::string(content));
 }
 

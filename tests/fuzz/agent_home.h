@@ -21,9 +21,8 @@ class AgentHome {
   const std::string& transcript() const { return transcript_; }
   std::string cursor() const { return root_.cursor(); }
 
-  // Nothing is remembered, and the transcript holds `content`.
-  void begin(std::string_view content);
-  void append(std::string_view content);
+  void writeTranscript(std::string_view content);
+  void appendToTranscript(std::string_view content);
 
   // One pass, without pauses between attempts.
   void pass(CursorState& state, const std::string& agentSlug) const;

@@ -48,9 +48,8 @@ void checkState(const CursorState& state) {
 }
 
 // That what was answered with success was reported once, and nothing behind the offset.
-void checkRequests(const std::vector<bool>& successes) {
+void checkRequests(const std::vector<SentRequest>& requests, const std::vector<bool>& successes) {
   std::int64_t position = 0;
-  const auto& requests = scriptedService().requests;
   for (std::size_t i = 0; i < requests.size(); ++i) {
     const auto& [url, headers, text] = requests[i];
     const auto body = parseJsonObject(text);
@@ -67,18 +66,18 @@ void checkRequests(const std::vector<bool>& successes) {
 void checkAgent(const std::vector<std::string_view>& parts, const std::string& agentSlug) {
   std::size_t next = 0;
   std::vector<bool> successes;
-  scriptedService().answer = [&](const HttpRequest&) {
+  const ScriptedService service([&](const HttpRequest&) {
     HttpExchange exchange = next < parts.size() ? answerIn(parts[next++]) : HttpExchange();
     successes.push_back(!exchange.error && exchange.status / 100 == 2);
     return exchange;
-  };
-  agentHome().begin(kLines);
+  });
+  agentHome().writeTranscript(kLines);
   CursorState state;
   for (int i = 0; i < 3; ++i) {
     agentHome().pass(state, agentSlug);
     checkState(state);
   }
-  checkRequests(successes);
+  checkRequests(service.requests(), successes);
 }
 
 }  // namespace

@@ -37,7 +37,7 @@ CursorState reloaded(const CursorState& state) {
 
 void checkPass(const json& values) {
   AgentHome& home = agentHome();
-  home.begin(kLines);
+  home.writeTranscript(kLines);
   const std::int64_t offset = exactInteger(values.value("offset", json(0))).value_or(0);
   CursorState state;
   state.emplace(home.transcript(), FileState{.values = values});
@@ -62,9 +62,8 @@ void checkPass(const json& values) {
 void check(std::string_view text) {
   const CursorFile file(agentHome().cursor());
   test::writeFile(agentHome().cursor(), std::string(text));
-  scriptedService().answer = [](const HttpRequest&) {
-    return answered(200, R"({"run_id":"R","workflow_id":"W"})");
-  };
+  const ScriptedService service(
+      [](const HttpRequest&) { return answered(200, R"({"run_id":"R","workflow_id":"W"})"); });
   const CursorState state = reloaded(file.load());
   std::size_t count = 0;
   for (const auto& [path, entry] : state) {

@@ -35,8 +35,7 @@ void checkProfile(const Profile& profile) {
   require(isPreferred, "a profile has the name of its source");
 }
 
-void checkLookUps() {
-  const auto& requests = scriptedService().requests;
+void checkLookUps(const std::vector<SentRequest>& requests) {
   require(requests.size() <= 4, "the service is asked four times at most");
   for (const auto& request : requests) {
     require(isHttpUrl(request.url), "the service is asked at a URL");
@@ -53,14 +52,14 @@ void check(std::vector<std::string_view> parts) {
   test::writeFile(root.setup() + "/device-identity.json", std::string(parts[0]));
   test::writeFile(root.setup() + "/enroll-config.json", std::string(parts[3]));
   test::writeFile(PelmarConfig::configPath(), std::string(parts[4]));
-  auto& service = scriptedService();
-  service.requests.clear();
-  service.answer = [&](const HttpRequest&) {
-    return answered(200, std::string(parts[service.requests.size() % 2 == 1 ? 1 : 2]));
-  };
+  bool isSecond = false;
+  const ScriptedService service([&](const HttpRequest&) {
+    isSecond = !isSecond;
+    return answered(200, std::string(parts[isSecond ? 1 : 2]));
+  });
   const auto profile = PelmarConfig::resolveProfile();
   if (profile) checkProfile(*profile);
-  checkLookUps();
+  checkLookUps(service.requests());
 
   const Resolution explained = PelmarConfig::explainedProfile(PelmarConfig::Service::isNotAsked);
   require(!explained.profile || explained.profile->name != "device", "nobody is asked");

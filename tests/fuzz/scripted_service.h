@@ -19,12 +19,24 @@ struct SentRequest {
   std::string body{};
 };
 
-struct ScriptedService {
-  std::function<HttpExchange(const HttpRequest&)> answer{};
-  std::vector<SentRequest> requests{};  // all that came since it was emptied last
-};
+// One at a time; all that is sent during its life goes to it.
+class ScriptedService {
+ public:
+  using Answer = std::function<HttpExchange(const HttpRequest&)>;
 
-ScriptedService& scriptedService();
+  explicit ScriptedService(Answer answer);
+  ~ScriptedService();
+  ScriptedService(const ScriptedService&) = delete;
+  ScriptedService& operator=(const ScriptedService&) = delete;
+
+  HttpExchange take(const HttpRequest& request);
+
+  const std::vector<SentRequest>& requests() const { return requests_; }
+
+ private:
+  Answer answer_;
+  std::vector<SentRequest> requests_{};
+};
 
 // An answer whose transfer worked.
 HttpExchange answered(int status, std::string body);

@@ -65,10 +65,10 @@ void checkCall(const json& body) {
 }
 
 // All that was sent, as "<url> <body>" without times of reading, each checked by itself.
-std::vector<std::string> checkedRequests() {
+std::vector<std::string> checkedRequests(const ScriptedService& service) {
   std::vector<std::string> requests;
   std::int64_t position = 0;
-  for (const auto& [url, headers, text] : scriptedService().requests) {
+  for (const auto& [url, headers, text] : service.requests()) {
     auto body = parseJsonObject(text, kBodyDepth);
     require(body.has_value(), "a body is a JSON object");
     require(compactJson(*body) == text, "a body parses back to what it was");
@@ -88,11 +88,13 @@ std::vector<std::string> checkedRequests() {
 // The requests that are made of a transcript that comes in these pieces.
 std::vector<std::string> reported(const std::vector<std::string_view>& pieces) {
   AgentHome& home = agentHome();
-  home.begin("");
+  home.writeTranscript("");
+  const ScriptedService service(
+      [](const HttpRequest&) { return answered(200, R"({"run_id":"R","workflow_id":"W"})"); });
   CursorState state;
   std::string text;
   for (const auto piece : pieces) {
-    home.append(piece);
+    home.appendToTranscript(piece);
     text += piece;
     home.pass(state, "");
     if (text.empty()) continue;
@@ -101,14 +103,11 @@ std::vector<std::string> reported(const std::vector<std::string_view>& pieces) {
       require(home.offsetIn(state) == offsetBehind(text), "the offset stands behind the lines");
     }
   }
-  return checkedRequests();
+  return checkedRequests(service);
 }
 
 void check(std::string_view text) {
   checkSplitting(text);
-  scriptedService().answer = [](const HttpRequest&) {
-    return answered(200, R"({"run_id":"R","workflow_id":"W"})");
-  };
   const auto whole = reported({text});
   if (!isUtf8(text)) return;
   const auto cut = std::hash<std::string_view>()(text) % (text.size() + 1);
