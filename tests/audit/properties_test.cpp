@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <deque>
 #include <memory>
 #include <string>
@@ -44,43 +45,46 @@ class AnyLines : public test::LineTest {};
 TEST_F(AnyLines, MakeBodiesThatTheServiceTakes) {
   accept("/api/v1/observe/runs/R/");
   forEachSeed(500, [&](RandomInput input) { EXPECT_TRUE(process(input.line().dump())); });
+  std::string question;
+  std::string answer;
+  std::int64_t calls = 0;
   std::int64_t position = 0;
   for (const auto& received : service_->requests()) {
     const std::string& path = received.request.path;
     const auto body = parseJson(received.request.body);
     ASSERT_TRUE(body) << received.request.body;
-    const auto fault = path == test::kSteps                    ? service::checkSteps(*body)
-                       : path.find("/llm-calls/") != path.npos ? service::checkLlmCalls(*body)
-                                                               : service::checkCompletion(*body);
+    const auto fault = path == test::kSteps   ? service::checkSteps(*body)
+                       : path == test::kCalls ? service::checkLlmCalls(*body)
+                                              : service::checkCompletion(*body);
     EXPECT_FALSE(fault) << fault->error << ": " << received.request.body;
-    if (path != test::kSteps) continue;
-    EXPECT_EQ((*body)["steps"][0]["position"], position++);
-  }
-  EXPECT_GT(position, 400);
-}
-
-std::string wholeTextOf(const json& content) {
-  if (content.is_null()) return "";
-  if (content.is_string()) return content;
-  const bool isBlocks =
-      content.is_array() &&
-      std::all_of(content.begin(), content.end(), [](auto& block) { return block.is_object(); });
-  if (!isBlocks) return content.dump();
-  std::string joined;
-  for (const json& block : content) {
-    for (const char* key : {"text", "content"}) {
-      if (!block.contains(key) || !block[key].is_string()) continue;
-      joined += block[key].get<std::string>() + '\n';
-      break;
+    if (path == test::kCalls) {
+      const json& call = (*body)["calls"][0];
+      EXPECT_EQ(call["prompt_preview"], test::slowlyCut(question, 2000));
+      EXPECT_EQ(call["response_preview"], test::slowlyCut(answer, 2000));
+      ++calls;
+    } else if (path == test::kSteps) {
+      const json& output = (*body)["steps"][0]["output"];
+      EXPECT_EQ((*body)["steps"][0]["position"], position++);
+      if (output["kind"] == "user_message") question = textAt(output, "text");
+      if (output["kind"] == "assistant") answer = textAt(output, "text");
     }
   }
-  return joined.substr(0, joined.size() - std::min<std::size_t>(joined.size(), 1));
+  EXPECT_GT(calls, 50);
+  EXPECT_GT(position, 400);
 }
 
 TEST(AnyContent, IsSummarizedByItsFirst500Characters) {
   forEachSeed(1500, [](RandomInput input) {
     const json content = input.content();
-    EXPECT_EQ(summarizeContent(&content, 500), test::slowlyCut(wholeTextOf(content), 500));
+    const std::string text = test::textOfContent(content);
+    const std::size_t few = input.below(20);
+    EXPECT_EQ(summarizeContent(&content, few), test::slowlyCut(text, few)) << few;
+
+    const json block = {{"type", "tool_result"}, {"content", content}};
+    const json line = {{"type", "user"}, {"message", {{"content", json::array({block})}}}};
+    const auto events = AuditParser::parse(std::make_shared<const json>(line), kNow);
+    ASSERT_EQ(events.size(), 1U);
+    EXPECT_EQ(textAt(events[0].payload, "content"), test::slowlyCut(text, 500));
   });
 }
 

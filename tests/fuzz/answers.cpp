@@ -1,6 +1,7 @@
 // What the service answers: statuses and bodies, one behind the other, to the requests of three
 // passes. An input holds an answer between each two lines "----": a number, a space and the body;
-// the number is the status, or 0 for a transfer that failed. Behind the last one all requests fail.
+// the number is the status, or 0 for a transfer that failed. Behind the last one no answer comes in
+// time. The agent has a slug when the size of the input is odd.
 
 #include <charconv>
 #include <string>
@@ -85,7 +86,6 @@ void checkAgent(const std::vector<std::string_view>& parts, const std::string& a
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const auto parts = pelmar::fuzz::partsOf(pelmar::fuzz::textOf(data, size));
-  pelmar::fuzz::checkAgent(parts, "");
-  pelmar::fuzz::checkAgent(parts, "slug");
+  pelmar::fuzz::checkAgent(parts, size % 2 == 0 ? "" : "slug");
   return 0;
 }

@@ -12,29 +12,10 @@
 namespace pelmar::fuzz {
 namespace {
 
-std::string wholeText(const json& value) {
-  if (value.is_null()) return "";
-  if (value.is_string()) return value.get<std::string>();
-  if (!value.is_array()) return value.dump();
-  std::string joined;
-  const char* between = "";
-  for (const json& element : value) {
-    if (!element.is_object()) return value.dump();
-    for (const char* key : {"text", "content"}) {
-      if (!element.contains(key) || !element[key].is_string()) continue;
-      joined += between;
-      joined += element[key].get<std::string>();
-      between = "\n";
-      break;
-    }
-  }
-  return joined;
-}
-
 void check(std::string_view input) {
   const auto parsed = parseJson(input);
   const json value = parsed ? *parsed : json(repairedUtf8(input));
-  const std::string whole = wholeText(value);
+  const std::string whole = test::textOfContent(value);
   const std::size_t few = input.size() % 8;
   for (const std::size_t length : {few, std::size_t{500}}) {
     require(summarizeContent(&value, length) == test::slowlyCut(whole, length),

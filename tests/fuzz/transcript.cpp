@@ -10,6 +10,7 @@
 #include "platform/text.h"
 #include "tests/fuzz/agent_home.h"
 #include "tests/fuzz/fuzzing.h"
+#include "tests/support/slow_text.h"
 #include "watcher/line_splitting.h"
 
 namespace pelmar::fuzz {
@@ -44,46 +45,63 @@ std::int64_t offsetBehind(std::string_view text) {
   return std::max(std::int64_t{0}, std::min(behindLines, behindLines + drift));
 }
 
-void checkStep(const json& body, std::int64_t position) {
-  const json& steps = body.at("steps");
-  require(steps.is_array() && steps.size() == 1, "a step comes alone");
-  const json& step = steps[0];
-  require(step.at("position") == position, "positions count the steps");
-  require(textAt(step, "step_name").starts_with("cowork:"), "a step has a name");
-  const json& output = step.at("output");
-  for (const char* key : {"kind", "timestamp", "source", "session_id", "hardware_uuid"}) {
-    require(stringAt(output, key) != nullptr, "a step's output has its frame");
-  }
-}
-
-void checkCall(const json& body) {
-  const json& call = body.at("calls").at(0);
-  for (const char* key : {"tokens_in", "tokens_out"}) {
-    require(call.at(key).is_number_integer(), "tokens are counted in integers");
-  }
-  require(stringAt(call, "prompt_preview") != nullptr, "a call has a prompt");
-}
-
-// All that was sent, as "<url> <body>" without times of reading, each checked by itself.
-std::vector<std::string> checkedRequests(const ScriptedService& service) {
-  std::vector<std::string> requests;
-  std::int64_t position = 0;
-  for (const auto& [url, headers, text] : service.requests()) {
-    auto body = parseJsonObject(text, kBodyDepth);
-    require(body.has_value(), "a body is a JSON object");
-    require(compactJson(*body) == text, "a body parses back to what it was");
-    if (url == kRun + "R/steps/") {
-      checkStep(*body, position++);
-      (*body)["steps"][0]["output"].erase("timestamp");
-    } else if (url == kRun + "R/llm-calls/") {
-      checkCall(*body);
-    } else {
-      require(url == kRun + "start/" || url == kRun + "R/complete/", "no other request is made");
+// The requests that are made of a transcript, one after the other.
+class Requests {
+ public:
+  // As "<url> <body>" without times of reading.
+  std::vector<std::string> check(const std::vector<SentRequest>& requests) {
+    std::vector<std::string> texts;
+    for (const auto& [url, headers, text] : requests) {
+      auto body = parseJsonObject(text, kBodyDepth);
+      require(body.has_value(), "a body is a JSON object");
+      require(compactJson(*body) == text, "a body parses back to what it was");
+      if (url == kRun + "R/steps/") {
+        checkStep(*body);
+        (*body)["steps"][0]["output"].erase("timestamp");
+      } else if (url == kRun + "R/llm-calls/") {
+        checkCall(*body);
+      } else {
+        require(url == kRun + "start/" || url == kRun + "R/complete/", "no other request is made");
+      }
+      texts.push_back(url + ' ' + compactJson(*body));
     }
-    requests.push_back(url + ' ' + compactJson(*body));
+    return texts;
   }
-  return requests;
-}
+
+ private:
+  void checkStep(const json& body) {
+    const json& steps = body.at("steps");
+    require(steps.is_array() && steps.size() == 1, "a step comes alone");
+    const json& step = steps[0];
+    require(step.at("position") == position_++, "positions count the steps");
+    require(textAt(step, "step_name").starts_with("cowork:"), "a step has a name");
+    const json& output = step.at("output");
+    for (const char* key : {"kind", "timestamp", "source", "session_id", "hardware_uuid"}) {
+      require(stringAt(output, key) != nullptr, "a step's output has its frame");
+    }
+    const std::string kind = output.at("kind");
+    if (kind == "user_message") question_ = output.at("text");
+    if (kind == "assistant") answer_ = output.at("text");
+    if (kind != "tool_result") return;
+    const std::string content = output.at("content");
+    require(content == test::slowlyCut(content, 500), "a result is cut to 500 characters");
+  }
+
+  void checkCall(const json& body) const {
+    const json& call = body.at("calls").at(0);
+    for (const char* key : {"tokens_in", "tokens_out"}) {
+      require(call.at(key).is_number_integer(), "tokens are counted in integers");
+    }
+    require(call.at("prompt_preview") == test::slowlyCut(question_, 2000),
+            "a call has the last question's first 2000 characters");
+    require(call.at("response_preview") == test::slowlyCut(answer_, 2000),
+            "a call has the answer's first 2000 characters");
+  }
+
+  std::int64_t position_ = 0;
+  std::string question_{};
+  std::string answer_{};
+};
 
 // The requests that are made of a transcript that comes in these pieces.
 std::vector<std::string> reported(const std::vector<std::string_view>& pieces) {
@@ -103,7 +121,7 @@ std::vector<std::string> reported(const std::vector<std::string_view>& pieces) {
       require(home.offsetIn(state) == offsetBehind(text), "the offset stands behind the lines");
     }
   }
-  return checkedRequests(service);
+  return Requests().check(service.requests());
 }
 
 void check(std::string_view text) {

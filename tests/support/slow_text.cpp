@@ -127,4 +127,23 @@ std::string slowlyCut(std::string_view text, std::size_t count) {
   return cut;
 }
 
+std::string textOfContent(const nlohmann::json& content) {
+  if (content.is_null()) return {};
+  if (content.is_string()) return content.get<std::string>();
+  if (!content.is_array()) return content.dump();
+  std::string joined;
+  const char* between = "";
+  for (const auto& block : content) {
+    if (!block.is_object()) return content.dump();
+    for (const char* key : {"text", "content"}) {
+      if (!block.contains(key) || !block[key].is_string()) continue;
+      joined += between;
+      joined += block[key].get<std::string>();
+      between = "\n";
+      break;
+    }
+  }
+  return joined;
+}
+
 }  // namespace pelmar::test

@@ -1,8 +1,9 @@
 #pragma once
 
-// Text by the book, character for character and as slow as it likes: what platform/text is held
+// Text by the book, character for character and as slow as it likes: what the product is held
 // against.
 
+#include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -27,5 +28,8 @@ std::vector<std::string> charactersOf(std::string_view text);
 
 // The first `count` of them.
 std::string slowlyCut(std::string_view text, std::size_t count);
+
+// The text of a tool result's content, before it is cut.
+std::string textOfContent(const nlohmann::json& content);
 
 }  // namespace pelmar::test

@@ -22,7 +22,7 @@ using test::RandomInput;
 using Pieces = std::vector<std::string>;
 using Requests = std::vector<std::pair<std::string, std::string>>;  // paths and bodies
 
-constexpr std::uint64_t kCases = 50;
+constexpr std::uint64_t kCases = 40;
 constexpr std::size_t kMostCuts = 5;
 
 class AnyTranscript : public test::PollTest {
