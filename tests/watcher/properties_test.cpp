@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/text.h"
 #include "tests/support/for_each_seed.h"
 #include "tests/watcher/poll_test.h"
 #include "watcher/line_splitting.h"
@@ -74,6 +75,23 @@ std::vector<std::string> stepsIn(const Requests& requests) {
     if (steps.empty() || steps.back() != text) steps.push_back(text);
   }
   return steps;
+}
+
+TEST_F(AnyTranscript, IsReadUpToItsLastLineFeed) {
+  forEachSeed(kCases, [&](RandomInput input) {
+    const std::string text = input.transcript(1 + input.below(6));
+    const auto path = root_.addTranscript("t", "");
+    state_.clear();
+    std::string written;
+    for (const auto& piece : input.pieces(text, 2)) {
+      appendToFile(path, piece);
+      written += piece;
+      poll();
+      if (!isUtf8(written)) continue;  // a character that is cut is counted as its replacement
+      const auto end = std::to_string(written.rfind('\n') + 1);
+      EXPECT_EQ(offsetOf(path), written.empty() ? "none" : end) << written;
+    }
+  });
 }
 
 TEST_F(AnyTranscript, MakesTheSameRequestsInPiecesAsWhole) {
