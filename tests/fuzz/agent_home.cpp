@@ -21,7 +21,8 @@ void AgentHome::appendToTranscript(std::string_view content) {
 void AgentHome::pass(CursorState& state, const std::string& agentSlug) const {
   ObserveClient client(kServiceUrl, "key");
   client.backoffBase = 0;
-  pollOnce(state, CursorFile(root_.cursor()), client, agentSlug, /*verbose=*/false);
+  Journal journal(root_.cursor());
+  pollOnce(state, CursorFile(root_.cursor()), journal, client, agentSlug, /*verbose=*/false);
 }
 
 std::int64_t AgentHome::offsetIn(const CursorState& state) const {

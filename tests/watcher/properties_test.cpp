@@ -51,7 +51,11 @@ class AnyTranscript : public test::PollTest {
     return requestsOf(pieces, [] {});
   }
 
-  void restart() { state_ = CursorFile(root_.cursor()).load(); }
+  void restart() {
+    state_ = CursorFile(root_.cursor()).load();
+    Journal journal(root_.cursor());
+    resume(state_, journal);
+  }
 
   // The next request for a step is refused, and with it its line until the next pass.
   void refuseOneStep() {
