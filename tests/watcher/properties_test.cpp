@@ -16,7 +16,6 @@ namespace {
 
 using test::appendToFile;
 using test::forEachSeed;
-using test::kStart;
 using test::kSteps;
 using test::RandomInput;
 
