@@ -13,6 +13,7 @@ namespace pelmar {
 namespace {
 
 constexpr std::size_t kMostAnswerBytes = 8 * 1024 * 1024;
+constexpr long kLeastStatus = 100;
 
 struct FreeList {
   void operator()(curl_slist* list) const { curl_slist_free_all(list); }
@@ -92,6 +93,7 @@ struct HttpClient::State {
     if (curl == nullptr) fatal("libcurl cannot be initialised");
     set(CURLOPT_NOSIGNAL, 1L);
     set(CURLOPT_HTTP_VERSION, long{CURL_HTTP_VERSION_1_1});
+    set(CURLOPT_SSLVERSION, long{CURL_SSLVERSION_TLSv1_2});  // or newer (RFC 8996)
     set(CURLOPT_FOLLOWLOCATION, 0L);
     set(CURLOPT_PATH_AS_IS, 1L);
     set(CURLOPT_HTTPAUTH, long{CURLAUTH_NONE});  // a URL's user and password are not sent either
@@ -159,6 +161,8 @@ HttpExchange HttpClient::send(const HttpRequest& request) {
   if (result == CURLE_OK && !transfer.isHeadWhole) return {.error = "the answer broke off"};
   long status = 0;
   curl_easy_getinfo(state_->curl, CURLINFO_RESPONSE_CODE, &status);
+  // Some that are none pass libcurl, and 0 stands for no answer at all.
+  if (transfer.isHeadWhole && status < kLeastStatus) return {.error = "the answer has no status"};
   if (transfer.isTooLarge) return {.status = static_cast<int>(status)};
   if (result != CURLE_OK) {
     return {.body = std::move(transfer.body),

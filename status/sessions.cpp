@@ -57,7 +57,7 @@ class Look {
     cursor_ = std::move(cursor.state);
     found_.cursorProblem = std::move(cursor.problem);
     Journal journal(cursorPath());
-    resume(cursor_, journal);
+    if (found_.cursorProblem.empty()) resume(cursor_, journal);
     const auto onUnreadable = [this](const std::string& folder, int error) {
       if (error != ENOENT) found_.unreadable.push_back({folder, wordsFor(error)});
     };

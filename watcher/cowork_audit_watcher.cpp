@@ -42,9 +42,9 @@ void CoworkAuditWatcher::run() const {
   logger.message("watching cowork sessions; profile=" + profile->name + " agent=" + agentSlug +
                  " poll=" + std::to_string(pollInterval_) + "s");
 
-  CursorState state = cursorFile_.load();
+  auto [state, cursorProblem] = cursorFile_.examine();
   Journal journal(cursorPath());
-  resume(state, journal);
+  if (cursorProblem.empty()) resume(state, journal);  // it says only what changed
   if (!fromStart_) seedCursorToEOF(state, cursorFile_, journal);
   double lastHeartbeat = 0;
   for (;;) {

@@ -121,13 +121,17 @@ std::optional<std::int64_t> startOffset(const json& values, std::int64_t size) {
 }
 
 void resume(CursorState& state, Journal& journal) {
-  for (const JournalEntry& entry : journal.load()) {
+  const auto entries = journal.load();
+  for (const JournalEntry& entry : entries) {
     const auto known = state.try_emplace(entry.transcript, FileState{.values = json::object()});
-    auto& [values, seenKeys] = known.first->second;
+    json& values = known.first->second.values;
     values.update(entry.values);
     if (entry.offset) values[kOffset] = *entry.offset;
+  }
+  for (const JournalEntry& entry : entries) {
     if (!entry.seenKey) continue;
-    seenKeys.attach(values);
+    auto& [values, seenKeys] = state.at(entry.transcript);
+    seenKeys.attach(values);  // from here on the list is only added to
     seenKeys.add(values, *entry.seenKey);
     seenKeys.trim(values);
   }

@@ -18,7 +18,8 @@ namespace pelmar {
 // when it holds nothing new.
 std::optional<std::int64_t> startOffset(const nlohmann::json& values, std::int64_t size);
 
-// Brings `state`, as the cursor file has it, up to what the journal says was recorded since.
+// Brings `state` up to what the journal says was recorded since the cursor file was saved. Only for
+// the state of a cursor file that could be loaded, or of none.
 void resume(CursorState& state, Journal& journal);
 
 // Reads what was appended to each transcript, reports its complete lines and moves its offset

@@ -13,6 +13,7 @@ namespace pelmar::test {
 inline constexpr const char* kStart = "/api/v1/observe/runs/start/";
 inline constexpr const char* kDaily = "/api/v1/observe/runs/daily/";
 inline constexpr const char* kSteps = "/api/v1/observe/runs/R/steps/";
+inline constexpr const char* kCalls = "/api/v1/observe/runs/R/llm-calls/";
 inline constexpr const char* kTranscript = "/home/of/the/transcript.jsonl";
 
 class LineTest : public ServiceTest {

@@ -170,6 +170,16 @@ TEST(HttpAnswer, WithAHeadThatHasNoEndIsAnError) {
   }
 }
 
+TEST(HttpAnswer, WithoutAStatusOfThreeDigitsIsAnError) {
+  for (const auto* status : {"HTTP/2 0 OK", "HTTP/2 00 OK", "HTTP/2 99 OK", "HTTP/2 21.00 OK"}) {
+    const auto exchange =
+        exchangeFor({.bytes = std::string(status) + "\r\n\r\n{}", .after = After::close});
+    EXPECT_NE(exchange.error, std::nullopt) << status;
+    EXPECT_EQ(exchange.body, std::nullopt) << status;
+    EXPECT_EQ(exchange.status, 0) << status;
+  }
+}
+
 TEST(HttpAnswer, OfEightMebibytesIsTakenAndABiggerOneLosesItsBody) {
   constexpr std::size_t kMost = 8 * 1024 * 1024;
   const auto whole = exchangeFor(answering("200 OK", std::string(kMost, 'x')));
