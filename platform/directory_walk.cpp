@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/hidden.h"
+#include "platform/uninterrupted.h"
 
 namespace pelmar {
 namespace {
@@ -29,7 +30,7 @@ EntryType typeOf(const dirent& entry, const std::string& path) {
       return EntryType::other;
   }
   struct stat status {};
-  if (::lstat(path.c_str(), &status) != 0) return EntryType::other;
+  if (uninterrupted([&] { return ::lstat(path.c_str(), &status); }) != 0) return EntryType::other;
   if (S_ISREG(status.st_mode)) return EntryType::regularFile;
   return S_ISDIR(status.st_mode) ? EntryType::folder : EntryType::other;
 }
@@ -38,11 +39,13 @@ EntryType typeOf(const dirent& entry, const std::string& path) {
 // when the folder cannot be read.
 bool visitFolder(const std::string& folder, const std::function<Descend(const Entry&)>& visit,
                  std::vector<std::string>& pending) {
-  const std::unique_ptr<DIR, CloseFolder> stream(::opendir(folder.c_str()));
+  const std::unique_ptr<DIR, CloseFolder> stream(
+      uninterrupted([&] { return ::opendir(folder.c_str()); }));
   if (!stream) return false;
   std::string path = folder + '/';
   const auto prefix = path.size();
-  while (const dirent* entry = ::readdir(stream.get())) {  // NOLINT(concurrency-mt-unsafe)
+  const auto next = [&] { return ::readdir(stream.get()); };  // NOLINT(concurrency-mt-unsafe)
+  while (const dirent* entry = uninterrupted(next)) {
     if (entry->d_name[0] == '.') continue;
     path.resize(prefix);
     path += entry->d_name;

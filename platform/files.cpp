@@ -10,6 +10,7 @@
 
 #include "platform/descriptor.h"
 #include "platform/fatal.h"
+#include "platform/uninterrupted.h"
 
 namespace pelmar {
 namespace {
@@ -31,20 +32,28 @@ std::string folderOf(const std::string& path) {
   return slash == std::string::npos ? "." : path.substr(0, slash);
 }
 
+bool flush(int descriptor) {
+  return uninterrupted([descriptor] { return ::fsync(descriptor); }) == 0;
+}
+
+bool renamed(const std::string& from, const std::string& to) {
+  return uninterrupted([&] { return ::rename(from.c_str(), to.c_str()); }) == 0;
+}
+
 bool writeFlushed(const std::string& path, std::string_view bytes) {
   // What stands there may be another's, a link or a FIFO: a new file, or none.
-  ::unlink(path.c_str());
+  uninterrupted([&] { return ::unlink(path.c_str()); });
   const Descriptor file(path.c_str(), O_WRONLY | O_CREAT | O_EXCL, kOwnerOnlyFile);
-  return file.valid() && writeAll(file, bytes) && ::fsync(file.get()) == 0;
+  return file.valid() && writeAll(file, bytes) && flush(file.get());
 }
 
 // False with errno set when `temporary` could not take the place of `path`.
 bool moveInto(const std::string& path, const std::string& temporary, FolderInPlace folderInPlace) {
-  if (::rename(temporary.c_str(), path.c_str()) == 0) return true;
+  if (renamed(temporary, path)) return true;
   if (errno != EISDIR || folderInPlace == FolderInPlace::stands) return false;
   std::error_code ignored;
   std::filesystem::remove_all(path, ignored);
-  return ::rename(temporary.c_str(), path.c_str()) == 0;
+  return renamed(temporary, path);
 }
 
 }  // namespace
@@ -55,8 +64,7 @@ std::optional<std::string> readFile(const std::string& path) {
   std::string content;
   char piece[kReadPiece];
   for (;;) {
-    const ssize_t count = ::read(file.get(), piece, sizeof piece);
-    if (count < 0 && errno == EINTR) continue;
+    const ssize_t count = uninterrupted([&] { return ::read(file.get(), piece, sizeof piece); });
     if (count < 0) return std::nullopt;
     content.append(piece, static_cast<std::size_t>(count));
     // A regular file reads short only at its end, so most files need no second read.
@@ -90,8 +98,8 @@ RangeRead readRange(const std::string& path, std::int64_t offset, std::int64_t l
   }
   std::size_t filled = 0;
   while (filled < bytes.size()) {
-    const ssize_t count = ::read(file.get(), bytes.data() + filled, bytes.size() - filled);
-    if (count < 0 && errno == EINTR) continue;
+    const ssize_t count = uninterrupted(
+        [&] { return ::read(file.get(), bytes.data() + filled, bytes.size() - filled); });
     if (count < 0) return {.isOpened = true};
     if (count == 0) break;
     filled += static_cast<std::size_t>(count);
@@ -102,7 +110,7 @@ RangeRead readRange(const std::string& path, std::int64_t offset, std::int64_t l
 
 std::optional<std::int64_t> sizeOf(const std::string& path) {
   struct stat status {};
-  if (::stat(path.c_str(), &status) != 0) return std::nullopt;
+  if (uninterrupted([&] { return ::stat(path.c_str(), &status); }) != 0) return std::nullopt;
   return static_cast<std::int64_t>(status.st_size);
 }
 
@@ -111,14 +119,16 @@ std::string fileIdentity(const std::string& path) {
   std::error_code error;
   const auto modified = std::chrono::duration_cast<std::chrono::nanoseconds>(
       std::filesystem::last_write_time(path, error).time_since_epoch());
-  if (error || ::stat(path.c_str(), &status) != 0) return {};
+  const auto ask = [&] { return ::stat(path.c_str(), &status); };
+  if (error || uninterrupted(ask) != 0) return {};
   return std::to_string(status.st_ino) + ' ' + std::to_string(status.st_size) + ' ' +
          std::to_string(static_cast<std::int64_t>(modified.count()));
 }
 
 void createFolders(const std::string& folder) {
   for (std::size_t end = folder.find('/', 1);; end = folder.find('/', end + 1)) {
-    ::mkdir(folder.substr(0, end).c_str(), kOwnerOnlyFolder);
+    const std::string part = folder.substr(0, end);
+    uninterrupted([&] { return ::mkdir(part.c_str(), kOwnerOnlyFolder); });
     if (end == std::string::npos) return;
   }
 }
@@ -127,11 +137,11 @@ std::optional<std::string> replaceFile(const std::string& path, const std::strin
                                        std::string_view bytes, FolderInPlace folderInPlace) {
   if (!writeFlushed(temporary, bytes) || !moveInto(path, temporary, folderInPlace)) {
     auto reason = lastError();
-    ::unlink(temporary.c_str());
+    uninterrupted([&] { return ::unlink(temporary.c_str()); });
     return reason;
   }
   const Descriptor folder(folderOf(path).c_str(), O_RDONLY);
-  if (folder.valid()) ::fsync(folder.get());
+  if (folder.valid()) flush(folder.get());
   return std::nullopt;
 }
 

@@ -5,7 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
+#include "platform/uninterrupted.h"
 
 extern char** environ;
 
@@ -16,8 +16,7 @@ std::string readToEnd(int descriptor) {
   std::string output;
   char buffer[4096];
   for (;;) {
-    const ssize_t count = ::read(descriptor, buffer, sizeof buffer);
-    if (count < 0 && errno == EINTR) continue;
+    const ssize_t count = uninterrupted([&] { return ::read(descriptor, buffer, sizeof buffer); });
     if (count <= 0) return output;
     output.append(buffer, static_cast<std::size_t>(count));
   }
@@ -54,8 +53,7 @@ std::optional<std::string> outputOf(const std::string& tool,
   std::string output = readToEnd(ends[0]);
   ::close(ends[0]);
   if (!pid) return std::nullopt;
-  while (::waitpid(*pid, nullptr, 0) < 0 && errno == EINTR) {
-  }
+  uninterrupted([&] { return ::waitpid(*pid, nullptr, 0); });
   return output;
 }
 

@@ -1,0 +1,210 @@
+"""A home of the agent, the service it reports to, and the agent itself, driven pass by pass."""
+
+import dataclasses
+import http.client
+import json
+import os
+import pathlib
+import secrets
+import select
+import shutil
+import subprocess
+
+PATIENCE = 60  # seconds without a word before a program counts as stuck
+KEY = secrets.token_hex(16)
+
+
+class Failure(Exception):
+    """What must not happen did."""
+
+
+class Ended(Failure):
+    """The agent ended by itself."""
+
+    def __init__(self, status, log):
+        super().__init__(f"the agent ended with status {status}:\n{log}")
+        self.status = status
+        self.log = log
+
+
+class Service:
+    """The local service, and what it holds."""
+
+    def __init__(self, build, folder):
+        key_file = folder / "service.key"
+        key_file.write_text(KEY)
+        self.process = subprocess.Popen(
+            [build / "pelmar-local-service", "--database", folder / "service.db", "--key-file",
+             key_file], stdout=subprocess.PIPE, text=True)
+        self.url = self.process.stdout.readline().split()[-1]
+        self.connection = http.client.HTTPConnection(self.url.rpartition("/")[2], timeout=PATIENCE)
+
+    def stop(self):
+        self.process.kill()
+        self.process.wait()
+        self.process.stdout.close()
+        self.connection.close()
+
+    def ask(self, path, body=None):
+        self.connection.request("GET" if body is None else "POST", path,
+                                None if body is None else json.dumps(body), {"X-Pel-Key": KEY})
+        answer = self.connection.getresponse()
+        text = answer.read()
+        if answer.status != 200:
+            raise Failure(f"the service answered {answer.status} to {path}: {text}")
+        return json.loads(text)
+
+    def all_of(self, path, after=0):
+        rows = []
+        while after is not None:
+            page = self.ask(f"{path}?limit=1000&after={after}")
+            rows += page["items"]
+            after = page["next"]
+        return rows
+
+    def last_run(self):
+        runs = self.all_of("/api/local/runs")
+        return runs[-1]["id"] if runs else 0
+
+    def last_request(self):
+        return self.ask("/api/local/request-list?limit=1")["items"][0]["id"]
+
+    def daily_run(self, slug):
+        return self.ask("/api/v1/observe/runs/daily/",
+                        {"agent_slug": slug, "agent_type": "claude-cowork"})
+
+    def steps(self, after):
+        """The steps of every run behind the run `after`, in the order of arrival."""
+        rows = []
+        for run in self.all_of("/api/local/runs", after):
+            rows += self.all_of(f"/api/local/runs/{run['run_id']}/steps")
+        return sorted(rows, key=lambda row: row["id"])
+
+    def llm_calls(self, after):
+        rows = []
+        for run in self.all_of("/api/local/runs", after):
+            rows += self.all_of(f"/api/local/runs/{run['run_id']}/llm-calls")
+        return rows
+
+
+class Home:
+    """A folder for PELMAR_ROOT with a home in it."""
+
+    def __init__(self, root):
+        self.root = root
+        self.pelmar = root / "home" / ".pelmar"
+        self.cursor = self.pelmar / "cowork-cursor.json"
+        self.activity = self.pelmar / "logs" / "cowork-watcher.activity.jsonl"
+        self.projects = root / "home" / ".claude" / "projects" / "garden"
+        self.records = (root / "home" / "Library" / "Application Support" / "Claude" /
+                        "claude-code-sessions" / "person")
+
+    def make(self, url, slug):
+        shutil.rmtree(self.root, ignore_errors=True)
+        for folder in (self.pelmar, self.projects, self.records):
+            folder.mkdir(parents=True)
+        (self.pelmar / "config").write_text(
+            f"[claude-cowork]\napi_url = {url}\napi_key = {KEY}\nagent_slug = {slug}\n")
+
+    def transcript(self, session):
+        return self.projects / f"{session}.jsonl"
+
+    def grow(self, lines):
+        """Appends lines to transcripts, as (session, text) pairs; a new session gets its record."""
+        for session, text in lines:
+            path = self.transcript(session)
+            if not path.exists():
+                record = self.records / f"local_{session}.json"
+                record.write_text(json.dumps({"cliSessionId": session}))
+            with path.open("a") as file:
+                file.write(text)
+
+    def stored_offset(self, session):
+        """Of the cursor file; 0 when it does not know the transcript."""
+        try:
+            state = json.loads(self.cursor.read_text())
+        except FileNotFoundError:
+            return 0
+        entry = state.get(str(self.transcript(session)))
+        return entry["offset"] if entry else 0
+
+
+@dataclasses.dataclass(frozen=True)
+class Fault:
+    call: str
+    number: int
+    where: str
+
+
+class Agent:
+    """The built agent with the preloaded library: stands still at the pause after every pass."""
+
+    def __init__(self, build, home, plan="", switches=(), record=None):
+        status, for_agent = os.pipe()
+        from_us, commands = os.pipe()
+        self.status, self.commands = os.fdopen(status, "rb", 0), os.fdopen(commands, "wb", 0)
+        self.faults = []
+        self.calls = 0  # of the last pass
+        self.unread = b""
+        self.log_file = home.root / "agent.log"
+        environment = {
+            "PELMAR_ROOT": str(home.root), "PELMAR_FAULTS": plan, "no_proxy": "127.0.0.1",
+            "PELMAR_LOCKSTEP": f"{for_agent},{from_us}",
+            "LD_PRELOAD": str(build / "tests" / "faults" / "libpreloaded_faults.so")}
+        descriptors = [for_agent, from_us]
+        if record is not None:
+            environment["PELMAR_RECORD"] = str(record.fileno())
+            descriptors.append(record.fileno())
+        with self.log_file.open("ab") as log:
+            self.process = subprocess.Popen(
+                [build / "PelmarCoworkWatcher-rooted", "--poll", "0.015625", *switches],
+                env=environment, stderr=log, pass_fds=descriptors)
+        os.close(for_agent)
+        os.close(from_us)
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.process.kill()
+        self.process.wait()
+        self.status.close()
+        self.commands.close()
+
+    def log(self):
+        return self.log_file.read_text(errors="replace")
+
+    def wait_for_pause(self):
+        for word, _, rest in iter(lambda: self.line().partition(" "), None):
+            if word == "pass":
+                self.calls = int(rest)
+                return
+            if word == "spins":
+                raise Failure(f"the agent spins on {rest}")
+            call, number, where = rest.split(" ", 2)
+            self.faults.append(Fault(call, int(number), where))
+
+    def go_on(self):
+        """One more pass, to its end."""
+        self.commands.write(b"go\n")
+        self.wait_for_pause()
+
+    def plan(self, text):
+        """Replaces the plan; behind a pause only."""
+        self.commands.write(f"faults {text}\n".encode())
+
+    def line(self):
+        while b"\n" not in self.unread:
+            if not select.select([self.status], [], [], PATIENCE)[0]:
+                raise Failure(f"the agent hangs:\n{self.log()}")
+            piece = os.read(self.status.fileno(), 65536)
+            if not piece:
+                raise Ended(self.process.wait(), self.log())
+            self.unread += piece
+        line, _, self.unread = self.unread.partition(b"\n")
+        return line.decode()
+
+
+def restore(cursor, content):
+    cursor.write_text(content)
+    pathlib.Path(cursor).chmod(0o600)
