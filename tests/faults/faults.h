@@ -9,6 +9,7 @@
 //                    replaces the plan. Every fault is told by a line "fault CALL NUMBER WHERE".
 //                    Other pauses, those between two attempts, take no time.
 //   PELMAR_RECORD    a descriptor that takes what the agent did to its files, a line an operation
+//   PELMAR_KEPT      a folder that takes a second name of every file that is renamed
 //
 // The agent has one thread; nothing here is locked.
 

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 #include "tests/faults/faults.h"
@@ -53,6 +54,16 @@ int opened(int descriptor, const std::string& path, int flags) {
     record({how, std::to_string(descriptor), path});
   }
   return descriptor;
+}
+
+// A second name of the file at `path`, which outlives the first: a replay can put back the very file,
+// its number and times as they were. Empty when there is no recording.
+std::string keep(const char* path) {
+  static int count = 0;
+  const char* folder = std::getenv("PELMAR_KEPT");  // NOLINT(concurrency-mt-unsafe)
+  if (folder == nullptr) return {};
+  std::string name = folder + std::string("/") + std::to_string(++count);
+  return ::link(path, name.c_str()) == 0 ? name : std::string();
 }
 
 mode_t modeOf(int flags, va_list rest) {
@@ -113,8 +124,9 @@ int ftruncate(int descriptor, off_t length) noexcept {
 
 int rename(const char* from, const char* to) noexcept {
   if (failsAt("rename", to)) return -1;
+  const std::string kept = keep(from);
   const int result = nextFunction(&::rename, "rename")(from, to);
-  if (result == 0) record({"rename", from, to});
+  if (result == 0) record({"rename", from, to, kept});
   return result;
 }
 

@@ -1,5 +1,6 @@
 """A home of the agent, the service it reports to, and the agent itself, driven pass by pass."""
 
+import collections
 import dataclasses
 import http.client
 import json
@@ -37,6 +38,7 @@ class Service:
             [build / "pelmar-local-service", "--database", folder / "service.db", "--key-file",
              key_file], stdout=subprocess.PIPE, text=True)
         self.url = self.process.stdout.readline().split()[-1]
+        self.known = collections.Counter()
         self.connection = http.client.HTTPConnection(self.url.rpartition("/")[2], timeout=PATIENCE)
 
     def stop(self):
@@ -62,12 +64,16 @@ class Service:
             after = page["next"]
         return rows
 
-    def last_run(self):
-        runs = self.all_of("/api/local/runs")
-        return runs[-1]["id"] if runs else 0
+    def rows_since_last_time(self, table):
+        """The rows of `table` that came since this was asked before."""
+        rows = self.all_of(f"/api/local/{table}", self.known[table])
+        if rows:
+            self.known[table] = rows[-1]["id"]
+        return rows
 
-    def last_request(self):
-        return self.ask("/api/local/request-list?limit=1")["items"][0]["id"]
+    def last_run(self):
+        self.rows_since_last_time("runs")
+        return self.known["runs"]
 
     def daily_run(self, slug):
         return self.ask("/api/v1/observe/runs/daily/",
@@ -154,6 +160,7 @@ class Agent:
         descriptors = [for_agent, from_us]
         if record is not None:
             environment["PELMAR_RECORD"] = str(record.fileno())
+            environment["PELMAR_KEPT"] = str(home.root / "kept")
             descriptors.append(record.fileno())
         with self.log_file.open("ab") as log:
             self.process = subprocess.Popen(
