@@ -6,9 +6,10 @@ import dataclasses
 import errno
 import re
 
+from agent_stage import Failure
+from driven_agent import Ended
 from scenario import (AFTER, FIRST, GROWN, LATER, NEW, RESUMED, TAIL, check_activity, check_arrival,
                       check_cursor, events_of, switches_of)
-from stage import Ended, Failure
 
 OPENS = ("open_read", "open_write", "opendir")
 WRITES = ("open_write", "write", "mkdir", "fsync")

@@ -17,9 +17,9 @@ import json
 import os
 import re
 
+from agent_stage import Failure
 from scenario import (AFTER, FIRST, LATER, LLM_CALLS_OF, RESUMED, WHILE_DOWN, check_activity,
                       check_arrival, check_cursor, events_of, play, switches_of, unsaved)
-from stage import Failure
 
 HALF = "half"
 # What each call can answer. The preloaded library knows the calls by these names.

@@ -19,9 +19,9 @@ import os
 import pathlib
 import shutil
 
+from agent_stage import Failure
 from scenario import (GROWN, LATER, NEW, RESUMED, TAIL, check_arrival, events_of, switches_of,
                       text_of)
-from stage import Failure
 
 
 class File:

@@ -10,7 +10,8 @@ import json
 import os
 import re
 
-from stage import Agent, Failure, restore
+from agent_stage import Failure
+from driven_agent import Agent
 
 FIRST, RESUMED = "first", "resumed"
 PASSES_TO_RECOVER = 2
@@ -80,8 +81,8 @@ class Stage:
             for old, new in ((run, self.run["run_id"]), (workflow, self.run["workflow_id"])):
                 cursor, activity = cursor.replace(old, new), activity.replace(old, new)
             self.home.activity.parent.mkdir()
-            restore(self.home.cursor, cursor)
-            restore(self.home.activity, activity)
+            self.home.cursor.write_text(cursor)
+            self.home.activity.write_text(activity)
         self.home.grow(WHILE_DOWN)
         return WHILE_DOWN if start == RESUMED else BEFORE + WHILE_DOWN
 

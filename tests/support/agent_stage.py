@@ -1,13 +1,9 @@
-"""A home of the agent, the service it reports to, and the agent itself, driven pass by pass."""
+"""What tests in Python share: the local service and what it holds, and a home for the agent."""
 
 import collections
-import dataclasses
 import http.client
 import json
-import os
-import pathlib
 import secrets
-import select
 import shutil
 import subprocess
 
@@ -19,24 +15,15 @@ class Failure(Exception):
     """What must not happen did."""
 
 
-class Ended(Failure):
-    """The agent ended by itself."""
-
-    def __init__(self, status, log):
-        super().__init__(f"the agent ended with status {status}:\n{log}")
-        self.status = status
-        self.log = log
-
-
 class Service:
     """The local service, and what it holds."""
 
-    def __init__(self, build, folder):
+    def __init__(self, build, folder, environment=None):
         key_file = folder / "service.key"
         key_file.write_text(KEY)
         self.process = subprocess.Popen(
             [build / "pelmar-local-service", "--database", folder / "service.db", "--key-file",
-             key_file], stdout=subprocess.PIPE, text=True)
+             key_file], env=environment, stdout=subprocess.PIPE, text=True)
         self.url = self.process.stdout.readline().split()[-1]
         self.known = collections.Counter()
         self.connection = http.client.HTTPConnection(self.url.rpartition("/")[2], timeout=PATIENCE)
@@ -133,85 +120,3 @@ class Home:
             return 0
         entry = state.get(str(self.transcript(session)))
         return entry["offset"] if entry else 0
-
-
-@dataclasses.dataclass(frozen=True)
-class Fault:
-    call: str
-    number: int
-    where: str
-
-
-class Agent:
-    """The built agent with the preloaded library: stands still at the pause after every pass."""
-
-    def __init__(self, build, home, plan="", switches=(), record=None):
-        status, for_agent = os.pipe()
-        from_us, commands = os.pipe()
-        self.status, self.commands = os.fdopen(status, "rb", 0), os.fdopen(commands, "wb", 0)
-        self.faults = []
-        self.calls = 0  # of the last pass
-        self.unread = b""
-        self.log_file = home.root / "agent.log"
-        environment = {
-            "PELMAR_ROOT": str(home.root), "PELMAR_FAULTS": plan, "no_proxy": "127.0.0.1",
-            "PELMAR_LOCKSTEP": f"{for_agent},{from_us}",
-            "LD_PRELOAD": str(build / "tests" / "faults" / "libpreloaded_faults.so")}
-        descriptors = [for_agent, from_us]
-        if record is not None:
-            environment["PELMAR_RECORD"] = str(record.fileno())
-            environment["PELMAR_KEPT"] = str(home.root / "kept")
-            descriptors.append(record.fileno())
-        with self.log_file.open("ab") as log:
-            self.process = subprocess.Popen(
-                [build / "PelmarCoworkWatcher-rooted", "--poll", "0.015625", *switches],
-                env=environment, stderr=log, pass_fds=descriptors)
-        os.close(for_agent)
-        os.close(from_us)
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        self.process.kill()
-        self.process.wait()
-        self.status.close()
-        self.commands.close()
-
-    def log(self):
-        return self.log_file.read_text(errors="replace")
-
-    def wait_for_pause(self):
-        for word, _, rest in iter(lambda: self.line().partition(" "), None):
-            if word == "pass":
-                self.calls = int(rest)
-                return
-            if word == "spins":
-                raise Failure(f"the agent spins on {rest}")
-            call, number, where = rest.split(" ", 2)
-            self.faults.append(Fault(call, int(number), where))
-
-    def go_on(self):
-        """One more pass, to its end."""
-        self.commands.write(b"go\n")
-        self.wait_for_pause()
-
-    def plan(self, text):
-        """Replaces the plan; behind a pause only."""
-        self.commands.write(f"faults {text}\n".encode())
-
-    def line(self):
-        while b"\n" not in self.unread:
-            if not select.select([self.status], [], [], PATIENCE)[0]:
-                raise Failure(f"the agent hangs:\n{self.log()}")
-            piece = os.read(self.status.fileno(), 65536)
-            if not piece:
-                raise Ended(self.process.wait(), self.log())
-            self.unread += piece
-        line, _, self.unread = self.unread.partition(b"\n")
-        return line.decode()
-
-
-def restore(cursor, content):
-    cursor.write_text(content)
-    pathlib.Path(cursor).chmod(0o600)
