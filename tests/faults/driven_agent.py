@@ -1,8 +1,10 @@
 """The built agent, driven pass by pass while its system calls fail as planned."""
 
+import collections
 import dataclasses
 import os
 import select
+import shutil
 import subprocess
 
 from agent_stage import PATIENCE, Failure
@@ -27,10 +29,11 @@ class Fault:
 class Agent:
     """The built agent with the preloaded library: stands still at the pause after every pass."""
 
-    def __init__(self, build, home, plan="", switches=(), record=None):
+    def __init__(self, build, home, plan="", switches=(), record=None, trace=None):
         status, for_agent = os.pipe()
         from_us, commands = os.pipe()
         self.status, self.commands = os.fdopen(status, "rb", 0), os.fdopen(commands, "wb", 0)
+        self.is_traced = trace is not None
         self.faults = []
         self.calls = 0  # of the last pass
         self.unread = b""
@@ -44,10 +47,15 @@ class Agent:
             environment["PELMAR_RECORD"] = str(record.fileno())
             environment["PELMAR_KEPT"] = str(home.root / "kept")
             descriptors.append(record.fileno())
+        command = [build / "PelmarCoworkWatcher-rooted", "--poll", "0.015625", *switches]
+        if trace is not None:
+            path, calls = trace
+            library = environment.pop("LD_PRELOAD")
+            command = [shutil.which("strace"), "-f", "-y", "-o", path, "-e", calls, "-E",
+                       f"LD_PRELOAD={library}", *command]
         with self.log_file.open("ab") as log:
-            self.process = subprocess.Popen(
-                [build / "PelmarCoworkWatcher-rooted", "--poll", "0.015625", *switches],
-                env=environment, stderr=log, pass_fds=descriptors)
+            self.process = subprocess.Popen(command, env=environment, stderr=log,
+                                            pass_fds=descriptors)
         os.close(for_agent)
         os.close(from_us)
 
@@ -55,10 +63,11 @@ class Agent:
         return self
 
     def __exit__(self, *_):
-        self.process.kill()
+        if not self.is_traced:
+            self.process.kill()
+        self.commands.close()  # which ends an agent that stands still
         self.process.wait()
         self.status.close()
-        self.commands.close()
 
     def log(self):
         return self.log_file.read_text(errors="replace")
@@ -81,6 +90,12 @@ class Agent:
     def plan(self, text):
         """Replaces the plan; behind a pause only."""
         self.commands.write(f"faults {text}\n".encode())
+
+    def counts(self):
+        """How often each call was made so far; behind a pause only."""
+        self.commands.write(b"counts\n")
+        pairs = (word.split("=") for word in self.line().split()[1:])
+        return collections.Counter({call: int(count) for call, count in pairs})
 
     def line(self):
         while b"\n" not in self.unread:

@@ -58,10 +58,17 @@ std::optional<int> FaultPlan::next(std::string_view call) {
   }
   lastNumber_ = ++count->calls;
   for (const Fault& fault : faults_) {
-    const bool isReached = fault.isLasting ? lastNumber_ >= fault.first : lastNumber_ == fault.first;
+    const bool isReached =
+        fault.isLasting ? lastNumber_ >= fault.first : lastNumber_ == fault.first;
     if (fault.call == call && isReached) return fault.error;
   }
   return std::nullopt;
+}
+
+std::string FaultPlan::counts() const {
+  std::string text;
+  for (const auto& [call, calls] : counts_) text += " " + call + "=" + std::to_string(calls);
+  return text;
 }
 
 Lockstep::Lockstep() {
@@ -89,8 +96,9 @@ void Lockstep::pass() {
   calls_ = 0;
   for (std::string line = command(); line != "go"; line = command()) {
     constexpr std::string_view kFaults = "faults ";
-    if (!line.starts_with(kFaults)) ::_exit(0);  // the testing program has gone
-    plan_.replace(std::string_view(line).substr(kFaults.size()));
+    if (line.empty()) ::_exit(0);  // the testing program has gone
+    if (line == "counts") tell(line + plan_.counts());
+    if (line.starts_with(kFaults)) plan_.replace(std::string_view(line).substr(kFaults.size()));
   }
 }
 

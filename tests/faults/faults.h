@@ -6,7 +6,8 @@
 //   PELMAR_FAULTS    the first plan, see FaultPlan
 //   PELMAR_LOCKSTEP  "STATUS,COMMANDS", two descriptors: at the pause between two passes the agent
 //                    writes "pass CALLS" and waits for the line "go"; "faults PLAN" before it
-//                    replaces the plan. Every fault is told by a line "fault CALL NUMBER WHERE".
+//                    replaces the plan, "counts" is answered "counts CALL=N ...". Every fault is
+//                    told by a line "fault CALL NUMBER WHERE".
 //                    Other pauses, those between two attempts, take no time.
 //   PELMAR_RECORD    a descriptor that takes what the agent did to its files, a line an operation
 //   PELMAR_KEPT      a folder that takes a second name of every file that is renamed
@@ -30,6 +31,9 @@ class FaultPlan {
 
   // The fault of this call, which is counted: its errno, or none.
   std::optional<int> next(std::string_view call);
+
+  // How often each call was counted, as " CALL=N CALL=N".
+  std::string counts() const;
 
   // The number of the call that `next` was last asked about.
   int lastNumber() const { return lastNumber_; }

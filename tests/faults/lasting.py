@@ -4,6 +4,7 @@ the fault is lifted, in the same process, everything has arrived, once."""
 
 import dataclasses
 import errno
+import itertools
 import re
 
 from agent_stage import Failure
@@ -49,7 +50,7 @@ TROUBLES = [
 
 
 def run(stage, trouble, start):
-    """The fault begins and ends behind a pause."""
+    """The fault begins and ends behind a pause. Returns how many there were: 1."""
     lines = stage.prepare(start)
     with stage.agent(switches=switches_of(start)) as agent:
         agent.wait_for_pause()
@@ -68,6 +69,7 @@ def run(stage, trouble, start):
     if "open_write" in trouble.calls and trouble.reports:
         check_saves_failed(trouble, log)
     judge_next_process(stage, trouble, start, lines)
+    return 1
 
 
 def run_from(stage, trouble, number):
@@ -132,13 +134,12 @@ def judge_next_process(stage, trouble, start, lines):
     judge(trouble, lines + LATER + AFTER, stage)
 
 
-def troubles_and_starts():
-    return [(trouble, start) for trouble in TROUBLES for start in (FIRST, RESUMED)]
-
-
-def sweep_from(stage, trouble, stride, first):
+def sweep_from(stage, trouble, stride):
     """Lets the fault begin ever later, until it does not begin any more; how often it did."""
-    number = first
-    while run_from(stage, trouble, number):
-        number += stride
-    return (number - first) // stride
+    for count in itertools.count():
+        number = 1 + count * stride
+        try:
+            if not run_from(stage, trouble, number):
+                return count
+        except Failure as failure:
+            raise Failure(f"from the call {number} on: {failure}") from failure

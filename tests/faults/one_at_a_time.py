@@ -182,14 +182,7 @@ def judge_next_process(stage, case, lines):
     check_arrival(expected, arrived, may_repeat=again, must_repeat=twice)
 
 
-def cases(start, calls, errors_of):
-    """(call, error) pairs, the number still to be raised."""
-    for call in calls:
-        for error in errors_of(call):
-            yield Case(start, call, error, 1)
-
-
-def sweep(stage, case, stride=1, offset=0):
+def sweep(stage, case, stride, offset):
     """Raises the number until the fault is not reached any more; how many faults were met."""
     met = 0
     for number in range(1 + offset, MOST_CALLS, stride):

@@ -48,16 +48,14 @@ const char* kindOfOpen(int flags) {
 int opened(int descriptor, const std::string& path, int flags) {
   if (descriptor >= 0 && isWatched(path)) {
     setName(descriptor, path);
-    const char* how = (flags & O_EXCL) != 0    ? "new"
-                      : (flags & O_TRUNC) != 0 ? "emptied"
-                                               : "open";
+    const char* how = (flags & O_EXCL) != 0 ? "new" : (flags & O_TRUNC) != 0 ? "emptied" : "open";
     record({how, std::to_string(descriptor), path});
   }
   return descriptor;
 }
 
-// A second name of the file at `path`, which outlives the first: a replay can put back the very file,
-// its number and times as they were. Empty when there is no recording.
+// A second name of the file at `path`, which outlives the first: a replay can put back the very
+// file, its number and times as they were. Empty when there is no recording.
 std::string keep(const char* path) {
   static int count = 0;
   const char* folder = std::getenv("PELMAR_KEPT");  // NOLINT(concurrency-mt-unsafe)
