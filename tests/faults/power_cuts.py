@@ -135,7 +135,7 @@ class Replay:
         self.kept.mkdir()
         self.disk = Disk(self.files_at_start())
         self.saves = [self.disk.names[str(self.home.cursor)].content] if start == RESUMED else []
-        self.completed = len(self.saves) - 1  # the last save that is flushed, folder and all
+        self.completed = len(self.saves) - 1  # the last save that the agent went on from
         self.record = self.play()
         self.tried = set()
 
@@ -163,8 +163,8 @@ class Replay:
         self.steps = self.stage.service.steps(self.stage.first_run)
         operations = [line.split("\t") for line in self.record if self.matters(line)]
         for number, words in enumerate(operations):
-            self.disk.apply(words)
             self.note_saves(words)
+            self.disk.apply(words)
             if words[0] == "sent":
                 sent += words[1].endswith("/steps/")
             if words[0] == "answered":
@@ -187,8 +187,8 @@ class Replay:
 
     def note_saves(self, words):
         if words[0] == "rename" and words[2] == str(self.home.cursor):
-            self.saves.append(self.disk.names[words[2]].content)
-        if words[0] == "flush" and self.disk.open.get(words[1]) == str(self.home.pelmar):
+            self.saves.append(self.disk.names[words[1]].content)
+        if words[0] in ("sent", "new", "unlink"):  # the agent went on to something else
             self.completed = len(self.saves) - 1
 
     def check(self, state, answered):
