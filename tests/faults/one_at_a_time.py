@@ -18,8 +18,8 @@ import os
 import re
 
 from agent_stage import Failure
-from scenario import (AFTER, FIRST, LATER, LLM_CALLS_OF, RESUMED, WHILE_DOWN, check_activity,
-                      check_arrival, check_cursor, events_of, play, switches_of, unsaved)
+from scenario import (AFTER, LATER, LLM_CALLS_OF, RESUMED, check_activity, check_arrival,
+                      check_cursor, events_of, play, switches_of, unsaved)
 
 HALF = "half"
 # What each call can answer. The preloaded library knows the calls by these names.

@@ -20,8 +20,7 @@ import pathlib
 import shutil
 
 from agent_stage import Failure
-from scenario import (GROWN, LATER, NEW, RESUMED, TAIL, check_arrival, events_of, switches_of,
-                      text_of)
+from scenario import (GROWN, LATER, NEW, TAIL, check_arrival, events_of, switches_of, text_of)
 
 
 class File:
@@ -137,6 +136,15 @@ class Disk:
                        for (path, file), content in zip(files.items(), choice, strict=True)}
 
 
+def whole(cursor):
+    """The content of a cursor file, as long as it is one."""
+    try:
+        json.loads(cursor)
+    except ValueError as error:
+        raise Failure(f"half a cursor file was moved into place: {cursor}") from error
+    return cursor
+
+
 class Replay:
     """One recorded process, cut everywhere."""
 
@@ -147,7 +155,8 @@ class Replay:
         self.kept = self.home.root / "kept"
         self.kept.mkdir()
         self.disk = Disk(self.files_at_start())
-        self.saves = [self.disk.names[str(self.home.cursor)].content] if start == RESUMED else []
+        self.saves = [whole(file.content) for path, file in self.disk.names.items()
+                      if path == str(self.home.cursor)]
         self.completed = len(self.saves) - 1  # the last save that the agent went on from
         self.record = self.play()
         self.tried = set()
@@ -200,7 +209,7 @@ class Replay:
 
     def note_saves(self, words):
         if words[0] == "rename" and words[2] == str(self.home.cursor):
-            self.saves.append(self.disk.names[words[1]].content)
+            self.saves.append(whole(self.disk.names[words[1]].content))
         if words[0] in ("sent", "new", "unlink"):  # the agent went on to something else
             self.completed = len(self.saves) - 1
 
