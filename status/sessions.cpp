@@ -53,7 +53,7 @@ class Look {
   explicit Look(const Activity& activity) : activity_(activity) {}
 
   Sessions take() {
-    auto cursor = CursorFile(cursorPath()).examine();
+    auto cursor = CursorFile(cursorPath()).load();
     cursor_ = std::move(cursor.state);
     found_.cursorProblem = std::move(cursor.problem);
     Journal journal(cursorPath());

@@ -42,7 +42,7 @@ void CoworkAuditWatcher::run() const {
   logger.message("watching cowork sessions; profile=" + profile->name + " agent=" + agentSlug +
                  " poll=" + std::to_string(pollInterval_) + "s");
 
-  auto [state, cursorProblem] = cursorFile_.examine();
+  auto [state, cursorProblem] = cursorFile_.load();
   Journal journal(cursorPath());
   if (cursorProblem.empty()) resume(state, journal);  // it says only what changed
   if (!fromStart_) seedCursorToEOF(state, cursorFile_, journal);

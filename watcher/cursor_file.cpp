@@ -22,9 +22,7 @@ std::string textOf(const CursorState& state) {
 
 std::string cursorPath() { return locations::homeFolder() + "/.pelmar/cowork-cursor.json"; }
 
-CursorState CursorFile::load() const { return examine().state; }
-
-LoadedCursor CursorFile::examine() const {
+LoadedCursor CursorFile::load() const {
   const auto text = readFile(path_);
   if (!text) {
     return {.problem = openError(path_) == ENOENT ? std::string() : unreadable(path_)};

@@ -29,10 +29,7 @@ class CursorFile {
 
   // The stored state; empty when the file is missing, unreadable or of another shape, be it in one
   // entry. Blocks on one read of the whole file.
-  CursorState load() const;
-
-  // As load, and what is wrong with the file.
-  LoadedCursor examine() const;
+  LoadedCursor load() const;
 
   // Replaces the file, and creates its folder, as one step: a crash leaves the old file or the new
   // one. The reason on failure, none on success. Blocks until the disk has the data.

@@ -44,7 +44,7 @@ void checkState(const CursorState& state) {
   for (const char* key : {"run_id", "workflow_id"}) {
     require(values.at(key).is_null() || values.at(key).is_string(), "ids are strings or null");
   }
-  const auto loaded = CursorFile(agentHome().cursor()).load();
+  const auto loaded = CursorFile(agentHome().cursor()).load().state;
   require(loaded.at(agentHome().transcript()).values == values, "the state was saved");
 }
 

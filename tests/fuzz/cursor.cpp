@@ -29,7 +29,7 @@ json valuesOf(const CursorState& state) {
 CursorState reloaded(const CursorState& state) {
   const CursorFile file(agentHome().cursor());
   require(!file.save(state), "a state can be saved");
-  auto [loaded, problem] = file.examine();
+  auto [loaded, problem] = file.load();
   require(problem.empty(), "what was saved can be loaded");
   require(valuesOf(loaded) == valuesOf(state), "what was saved is what is loaded");
   return std::move(loaded);
@@ -64,7 +64,7 @@ void check(std::string_view text) {
   test::writeFile(agentHome().cursor(), std::string(text));
   const ScriptedService service(
       [](const HttpRequest&) { return answered(200, R"({"run_id":"R","workflow_id":"W"})"); });
-  const CursorState state = reloaded(file.load());
+  const CursorState state = reloaded(file.load().state);
   std::size_t count = 0;
   for (const auto& [path, entry] : state) {
     if (++count > kMostEntries) return;

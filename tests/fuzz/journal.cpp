@@ -47,7 +47,7 @@ void check(std::string_view input) {
       [](const HttpRequest&) { return answered(200, R"({"run_id":"R","workflow_id":"W"})"); });
 
   const CursorFile file(home.cursor());
-  CursorState state = file.load();
+  CursorState state = file.load().state;
   Journal journal(home.cursor());
   resume(state, journal);
   try {
@@ -57,7 +57,7 @@ void check(std::string_view input) {
   }
   require(!file.save(state), "what was resumed can be saved");
   require(Journal(home.cursor()).load().empty(), "a journal is of no use to the next cursor file");
-  for (const auto& [transcript, entry] : file.load()) {
+  for (const auto& [transcript, entry] : file.load().state) {
     require(entry.values == state.at(transcript).values, "what was saved is what was resumed");
   }
 }

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include "journal/journal.h"
 #include "platform/json.h"
 #include "tests/system/agent_test.h"
 
@@ -66,6 +67,19 @@ TEST_F(AgentTest, ARestartGoesOnWhereTheAgentStopped) {
   waitForAnotherPass(*agent);
   EXPECT_THAT(textsOfUserMessages(), ElementsAre("one", "while it was down", "three"));
   EXPECT_EQ(service_->steps().back().at("position"), 2);
+}
+
+TEST_F(AgentTest, AJournalDoesNotContinueACursorFileThatCannotBeLoaded) {
+  configure("garden");
+  const auto transcript = root_.addTranscript("s1", userLine("1", "reported before"));
+  writeFile(root_.cursor(), "no JSON");
+  Journal journal(root_.cursor());
+  journal.begin(transcript, json::object(), true);
+  journal.addEvent(json::object(), "some key");
+  const auto agent = startAgent();
+  ASSERT_TRUE(agent->waitForLine("seeded cursor to EOF for 1 audit files (tail-only)"));
+  waitForAnotherPass(*agent);
+  EXPECT_THAT(service_->steps(), IsEmpty());
 }
 
 TEST_F(AgentTest, APartialLineIsReportedOnceItIsCompleted) {

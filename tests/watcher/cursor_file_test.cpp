@@ -38,7 +38,7 @@ std::string textOf(const CursorState& state) {
 
 std::string loaded(const TempRoot& root, const std::string& content) {
   writeFile(root.cursor(), content);
-  return textOf(CursorFile(root.cursor()).load());
+  return textOf(CursorFile(root.cursor()).load().state);
 }
 
 // The permission bits of what stands at `path`.
@@ -60,26 +60,26 @@ std::string reasonOf(int error) { return std::generic_category().message(error);
 
 TEST(CursorFileLoad, MissingFileIsEmpty) {
   const TempRoot root;
-  EXPECT_EQ(textOf(CursorFile(root.cursor()).load()), "{}");
+  EXPECT_EQ(textOf(CursorFile(root.cursor()).load().state), "{}");
 }
 
 TEST(CursorFileLoad, ReadingCreatesNothing) {
   const TempRoot root;
-  CursorFile(root.cursor()).load();
+  CursorFile(root.cursor()).load().state;
   EXPECT_TRUE(std::filesystem::is_empty(root.home()));
 }
 
 TEST(CursorFileLoad, FolderInPlaceOfTheFileIsEmpty) {
   const TempRoot root;
   std::filesystem::create_directories(root.cursor());
-  EXPECT_EQ(textOf(CursorFile(root.cursor()).load()), "{}");
+  EXPECT_EQ(textOf(CursorFile(root.cursor()).load().state), "{}");
 }
 
 TEST(CursorFileLoad, FifoInPlaceOfTheFileIsEmptyAndDoesNotBlock) {
   const TempRoot root;
   std::filesystem::create_directories(root.home() + "/.pelmar");
   ASSERT_EQ(::mkfifo(root.cursor().c_str(), 0600), 0);
-  EXPECT_EQ(textOf(CursorFile(root.cursor()).load()), "{}");
+  EXPECT_EQ(textOf(CursorFile(root.cursor()).load().state), "{}");
 }
 
 TEST(CursorFileLoad, EntriesAreReadAsTheyStand) {
@@ -163,7 +163,7 @@ TEST(CursorFileSave, WhatIsSavedIsLoadedAgain) {
   };
   for (const char* state : states) {
     EXPECT_EQ(CursorFile(root.cursor()).save(stateOf(state)), std::nullopt);
-    EXPECT_EQ(textOf(CursorFile(root.cursor()).load()), json::parse(state).dump());
+    EXPECT_EQ(textOf(CursorFile(root.cursor()).load().state), json::parse(state).dump());
   }
 }
 
@@ -178,7 +178,7 @@ TEST(CursorFileSave, PathThatIsNotUtf8LeavesTheFileReadable) {
   CursorState state = stateOf(R"({"/a": {"offset": 1}})");
   state.emplace("/\xFF", FileState{.values = {{"offset", 2}}});
   EXPECT_EQ(CursorFile(root.cursor()).save(state), std::nullopt);
-  EXPECT_EQ(textOf(CursorFile(root.cursor()).load()),
+  EXPECT_EQ(textOf(CursorFile(root.cursor()).load().state),
             json::parse(R"({"/a": {"offset": 1}, "/\uFFFD": {"offset": 2}})").dump());
 }
 
@@ -210,7 +210,7 @@ TEST(CursorFileSave, LeavesNothingBesideTheFile) {
   EXPECT_EQ(file.save({}), std::nullopt);
   EXPECT_EQ(file.save(stateOf(R"({"/a": {}})")), std::nullopt);
   EXPECT_THAT(namesIn(root.home() + "/.pelmar"), testing::ElementsAre("cowork-cursor.json"));
-  EXPECT_EQ(textOf(file.load()), R"({"/a":{}})");
+  EXPECT_EQ(textOf(file.load().state), R"({"/a":{}})");
 }
 
 TEST(CursorFileSave, ReplacesTheFileInsteadOfWritingIntoIt) {
@@ -219,7 +219,7 @@ TEST(CursorFileSave, ReplacesTheFileInsteadOfWritingIntoIt) {
   std::filesystem::create_hard_link(root.cursor(), root.path() + "/other-name");
   EXPECT_EQ(CursorFile(root.cursor()).save(stateOf(R"({"/new": {}})")), std::nullopt);
   EXPECT_EQ(contentOf(root.path() + "/other-name"), R"({"/old": {}})");
-  EXPECT_EQ(textOf(CursorFile(root.cursor()).load()), R"({"/new":{}})");
+  EXPECT_EQ(textOf(CursorFile(root.cursor()).load().state), R"({"/new":{}})");
 }
 
 TEST(CursorFileSave, LinkInPlaceOfTheFileIsReplacedAndNotFollowed) {
@@ -254,7 +254,7 @@ TEST(CursorFileSave, FolderInPlaceOfTheFileIsRemovedWithItsContents) {
   const TempRoot root;
   writeFile(root.cursor() + "/deeper/file", "x");
   EXPECT_EQ(CursorFile(root.cursor()).save(stateOf(R"({"/a": {}})")), std::nullopt);
-  EXPECT_EQ(textOf(CursorFile(root.cursor()).load()), R"({"/a":{}})");
+  EXPECT_EQ(textOf(CursorFile(root.cursor()).load().state), R"({"/a":{}})");
   EXPECT_THAT(namesIn(root.home() + "/.pelmar"), testing::ElementsAre("cowork-cursor.json"));
 }
 
@@ -288,7 +288,7 @@ TEST(CursorFileSave, SucceedsAgainOnceTheObstacleIsGone) {
   ASSERT_NE(file.save({}), std::nullopt);
   std::filesystem::remove(root.home() + "/.pelmar");
   EXPECT_EQ(file.save(stateOf(R"({"/a": {}})")), std::nullopt);
-  EXPECT_EQ(textOf(file.load()), R"({"/a":{}})");
+  EXPECT_EQ(textOf(file.load().state), R"({"/a":{}})");
 }
 
 }  // namespace

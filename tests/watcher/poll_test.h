@@ -53,7 +53,7 @@ class PollTest : public ServiceTest {
     return entry == state_.end() ? "none" : entry->second.values.at("offset").dump();
   }
   std::string savedOffsetOf(const std::string& path) const {
-    const auto saved = CursorFile(root_.cursor()).load();
+    const auto saved = CursorFile(root_.cursor()).load().state;
     const auto entry = saved.find(path);
     return entry == saved.end() ? "none" : entry->second.values.at("offset").dump();
   }

@@ -51,7 +51,7 @@ class AnyTranscript : public test::PollTest {
   }
 
   void restart() {
-    state_ = CursorFile(root_.cursor()).load();
+    state_ = CursorFile(root_.cursor()).load().state;
     Journal journal(root_.cursor());
     resume(state_, journal);
   }

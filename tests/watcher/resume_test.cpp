@@ -98,7 +98,7 @@ class Resume : public testing::Test {
   // The requests of an agent that is started on what is there and makes one pass.
   std::vector<Request> startAgent() {
     received_.clear();
-    CursorState state = CursorFile(root_.cursor()).load();
+    CursorState state = CursorFile(root_.cursor()).load().state;
     Journal journal(root_.cursor());
     resume(state, journal);
     const ObserveClient client("http://127.0.0.1:" + std::to_string(server_->port()), "k");
@@ -164,7 +164,7 @@ TEST_F(Resume, AKillInTheFirstPassOverASessionDoesNotMakeTheNextStartPassItOver)
   const auto whole = startAgent();
   remains_.at(0).putBack(root_.cursor());
 
-  CursorState state = CursorFile(root_.cursor()).load();
+  CursorState state = CursorFile(root_.cursor()).load().state;
   Journal journal(root_.cursor());
   resume(state, journal);
   seedCursorToEOF(state, CursorFile(root_.cursor()), journal);

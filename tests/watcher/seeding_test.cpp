@@ -27,7 +27,7 @@ struct Seeding {
 
 Seeding seed(const TempRoot& root) {
   const CursorFile file(root.cursor());
-  Seeding seeding{.state = file.load(), .log = {}};
+  Seeding seeding{.state = file.load().state, .log = {}};
   testing::internal::CaptureStderr();
   Journal journal(root.cursor());
   seedCursorToEOF(seeding.state, file, journal);
