@@ -5,7 +5,6 @@ import dataclasses
 import os
 import pathlib
 import platform
-import shutil
 import sys
 import tempfile
 
@@ -22,6 +21,7 @@ from processes import Failure
 from setting import FULL, SMOKE, Setting, say
 
 BUILD = pathlib.Path(__file__).resolve().parents[2] / "build" / "release"
+TOOLS = BUILD / "bench"
 TOPICS = ("idle", "catch-up", "reading", "skip", "remainders", "cursor-save", "latency", "footprint")
 
 
@@ -39,7 +39,7 @@ def arguments():
     parser.add_argument("--with-syslog-ng", action="store_true",
                         help="also syslog-ng as a shipper of the same transcripts")
     parser.add_argument("--json", type=pathlib.Path, metavar="FILE", help="all values of all runs")
-    parser.add_argument("--plot", type=pathlib.Path, metavar="FILE", default="idle-cost.svg",
+    parser.add_argument("--plot", type=pathlib.Path, metavar="FILE", default=TOOLS / "idle-cost.svg",
                         help="the cost of an idle pass against the number of files (%(default)s)")
     chosen = parser.parse_args()
     if chosen.folder is not None and not chosen.folder.is_dir():
@@ -81,7 +81,7 @@ def main():
         if chosen.folder is None:
             transcripts.make(made, scale.made_bytes)
         setting = Setting(agent=BUILD / "PelmarCoworkWatcher-rooted", product=BUILD / "PelmarCoworkWatcher",
-                          tools=BUILD / "bench", folder=folder, transcripts=chosen.folder or made,
+                          tools=TOOLS, folder=folder, transcripts=chosen.folder or made,
                           scale=scale, cores=tuple(sorted(os.sched_getaffinity(0))))
         rows = measure(setting, chosen)
     print(about)

@@ -2,6 +2,7 @@
 losing nothing."""
 
 import json
+import os
 import shutil
 import subprocess
 import time
@@ -33,8 +34,12 @@ log {{
 """
 
 
+def _program():
+    return shutil.which("syslog-ng", path=os.environ.get("PATH", "") + ":/usr/sbin")
+
+
 def _version():
-    words = subprocess.run(["syslog-ng", "--version"], capture_output=True, text=True, check=True).stdout
+    words = subprocess.run([_program(), "--version"], capture_output=True, text=True, check=True).stdout
     for line in words.splitlines():
         if line.startswith("Config version:"):
             return line.split(":")[1].strip()
@@ -47,7 +52,7 @@ def _start(folder, home, service, files, cores):
     configuration = folder / "syslog-ng.conf"
     configuration.write_text(CONFIGURATION.format(
         version=_version(), folder=home.projects, poll=POLL, files=max(100, files), url=service.url))
-    return Watched(["syslog-ng", "--foreground", "--no-caps", "--stderr", "--cfgfile", configuration,
+    return Watched([_program(), "--foreground", "--no-caps", "--stderr", "--cfgfile", configuration,
                     "--persist-file", folder / "persist", "--pidfile", folder / "pid",
                     "--control", folder / "control"], minimal_environment(), cores)
 
@@ -143,7 +148,7 @@ def _idle(setting):
 
 
 def measure(setting):
-    if not shutil.which("syslog-ng"):
+    if not _program():
         say("syslog-ng: skipped, it is not installed (packages syslog-ng-core and syslog-ng-mod-http)")
         return []
     say("syslog-ng")

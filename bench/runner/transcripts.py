@@ -29,11 +29,12 @@ START = datetime.datetime(2026, 3, 4, 5, 6, 7)
 
 
 class Writer:
-    """Makes transcripts, always the same ones from the same seed. Uses nothing of `random` but what
+    """Makes transcripts, always the same ones. Uses nothing of `random` but what
     yields the same numbers in every version of Python."""
 
-    def __init__(self, seed=1):
-        self.random = random.Random(seed)
+    def __init__(self, longest):
+        self.longest = longest  # of a line's text
+        self.random = random.Random(1)
         pool = []
         for _ in range(40000):
             pool.append(WORDS[int(self.random.random() * len(WORDS))])
@@ -47,7 +48,7 @@ class Writer:
         # Lognormal: 1.2816 standard deviations above the median lie nine tenths.
         angle = 2 * math.pi * self.random.random()
         normal = math.sqrt(-2 * math.log(1 - self.random.random())) * math.cos(angle)
-        return min(LONGEST_TEXT, int(median * math.exp(normal * math.log(ninth_decile / median) / 1.2816)))
+        return int(median * math.exp(normal * math.log(ninth_decile / median) / 1.2816))
 
     def _text(self, length):
         begin = int(self.random.random() * (len(self.pool) // 2))
@@ -60,7 +61,7 @@ class Writer:
             at -= share
             if at < 0:
                 break
-        return kind, self._text(self._length(median, decile))
+        return kind, self._text(min(self.longest, self._length(median, decile)))
 
     def _message(self, kind, text):
         """The keys of a line that its kind adds to the common ones."""
@@ -110,10 +111,10 @@ class Writer:
         return b"".join(self.line(session) for _ in range(count))
 
 
-def make(folder, size, seed=1):
+def make(folder, size, longest=LONGEST_TEXT):
     """Writes transcripts of about `size` bytes together into `folder`."""
     folder.mkdir(parents=True)
-    writer = Writer(seed)
+    writer = Writer(longest)
     while size > 0:
         session = writer.session_id()
         text = writer.transcript(session)
