@@ -37,7 +37,8 @@ class CatchUp:
                 self.lines, self.floor_log]
 
     def run(self, who, service, cores=None):
-        """`who` is "agent", "agent without journal" or "floor". Seconds and CPU seconds between the two marks, and what arrived meanwhile."""
+        """Seconds and CPU seconds between the two marks, and what arrived meanwhile. `who` is "agent",
+        "agent without journal" or "floor"."""
         self.home.profile(service.url)
         before = service.stats()
         command = (self._floor(service) if who == "floor"

@@ -82,7 +82,7 @@ def table(rows):
     widths = [max(len(line[i]) for line in lines if len(line) > 1) for i in range(7)]
     text = "\n".join("  ".join(cell.ljust(width) for cell, width in zip(line, widths)).rstrip()
                      for line in lines)
-    notes = [f"{row.what}: {row.note}" for row in rows if row.note]
+    notes = [f"{row.topic}, {row.what}: {row.note}" for row in rows if row.note]
     return text + "".join(f"\n* {note}" for note in notes)
 
 

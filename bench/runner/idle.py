@@ -51,11 +51,11 @@ def _system_calls(setting, home, who):
 
 def _per_file(rows, sizes):
     """How the cost of a file grows from the smallest size to the largest: 1 is linear."""
-    def growth(values_of):
-        costs = [statistics.median(values_of(row)) / sum(size) for row, size in zip(rows, sizes)]
+    def growth(who):
+        costs = [statistics.median(getattr(row, who)) / sum(size) for row, size in zip(rows, sizes)]
         return [costs[-1] / costs[0]]
-    return Row("idle pass", "cost of a file, largest size over smallest", "x",
-               growth(lambda row: row.agent), growth(lambda row: row.floor))
+    return Row("idle pass", "cost of a file, largest size over smallest", "x", growth("agent"),
+               growth("floor"))
 
 
 def measure(setting):
@@ -68,7 +68,8 @@ def measure(setting):
             home = homes.idle_home(setting.folder / f"idle-{records}", service.url, records, transcripts)
             free = _milliseconds(setting, home, 0, scale.runs, WARM_PASSES, scale.idle_passes,
                                  scale.idle_seconds)
-            rows["free"].append(Row("idle pass", size, "ms CPU", free["agent"], free["floor"], Goal(1.25)))
+            rows["free"].append(Row("idle pass", size, "ms CPU", free["agent"], free["floor"],
+                                    Goal(1.25)))
             # One pass apart from the first: what ran in between has taken the caches.
             paused = _milliseconds(setting, home, scale.pause, scale.paused_runs, 2,
                                    scale.paused_passes, 0)
@@ -76,10 +77,11 @@ def measure(setting):
                                       paused["agent"], paused["floor"], Goal(1.25)))
             if shutil.which("strace"):
                 calls = {who: _system_calls(setting, home, who) for who in ("agent", "floor")}
-                most = ", ".join(f"{name} {count:,}" for name, count in calls["agent"].most_common(6))
+                ours, theirs = (", ".join(f"{name} {count:,}" for name, count in calls[who].most_common(6))
+                                for who in ("agent", "floor"))
                 rows["calls"].append(Row(
                     "system calls of an idle pass", size, "calls", [calls["agent"].total()],
-                    [calls["floor"].total()], Goal(1.1), note="" if rows["calls"] else f"the agent's: {most}"))
+                    [calls["floor"].total()], Goal(1.1), note=f"{ours}; the floor: {theirs}"))
             shutil.rmtree(home.root)
     if not rows["calls"]:
         say("system calls: skipped, strace is missing")

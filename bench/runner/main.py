@@ -35,6 +35,7 @@ def arguments():
                         help="transcripts (*.jsonl) to report; made ones of a fixed mix otherwise")
     parser.add_argument("--smoke", action="store_true", help="see that everything runs: small and short")
     parser.add_argument("--only", action="append", choices=TOPICS, help="this topic (may be repeated)")
+    parser.add_argument("--runs", type=int, metavar="N", help="of agent and floor each, in turn")
     parser.add_argument("--idle-minutes", type=float, help="how long the footprint is left to settle")
     parser.add_argument("--with-syslog-ng", action="store_true",
                         help="also syslog-ng as a shipper of the same transcripts")
@@ -77,6 +78,8 @@ def main():
     with tempfile.TemporaryDirectory(prefix="pelmar-bench-") as name:
         folder = pathlib.Path(name)
         scale = SMOKE if chosen.smoke else FULL
+        if chosen.runs:
+            scale = dataclasses.replace(scale, runs=chosen.runs, paused_runs=chosen.runs)
         made = folder / "transcripts"
         if chosen.folder is None:
             transcripts.make(made, scale.made_bytes)

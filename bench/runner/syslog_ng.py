@@ -69,6 +69,8 @@ def _wait_for_requests(service, process, count):
             raise Failure(f"of {count} records syslog-ng sent {service.since(before)[0]}")
         process.take()
         time.sleep(0.02)
+    if service.since(before)[0] > count:
+        raise Failure("syslog-ng sent a record twice")
 
 
 def _records(text):
@@ -99,8 +101,7 @@ def _agent_run(setting, home, records):
     home.forget()
     with watched([setting.agent, "--from-start", "--verbose", "--poll", str(POLL)], home.environment(),
                  setting.one_core()) as agent:
-        # The cursor file has the last transcript at the end of the pass; the pause behind it is not
-        # counted, since the next pass's mark comes that much later.
+        # The next pass begins a pause after the end of the one that reported everything.
         seconds = agent.wait_for(2, RUN_PATIENCE) - POLL - agent.started
         return records / seconds, 1e6 * agent.cpu() / records, agent.field("status", "VmHWM") / 1024
 
@@ -109,7 +110,6 @@ def _catch_up(setting):
     home = homes.Home(setting.folder / "shipped", "")
     records = 0
     for text in transcripts.repeated(setting.transcripts, setting.scale.corpus_bytes):
-        # The shipper counts a file as read up to its last line feed, as the agent does.
         home.add_session(text)
         records += _records(text)
     found = {"agent": [], "floor": []}
