@@ -34,8 +34,12 @@ class Home:
             f"[default]\napi_url = {url}\napi_key = {KEY}\nagent_slug = {SLUG}\n", encoding="ascii")
 
     def add_record(self, session):
-        record = {"sessionId": "local_" + session, "cliSessionId": session, "title": "Beds",
-                  "cwd": "/Users/me/garden-planner", "createdAt": 1772614800000, "notes": ""}
+        record = {"sessionId": "local_" + session, "cliSessionId": session, "title": "Beds of the year",
+                  "cwd": "/Users/me/garden-planner", "originCwd": "/Users/me/garden-planner",
+                  "createdAt": 1772614800000, "lastActivityAt": 1772618400000, "model": "claude-sonnet-4",
+                  "isArchived": False, "permissionMode": "default", "enabledTools": {}, "notes": ""}
+        for number in range(18):
+            record["enabledTools"][f"garden-server:tool-number-{number}"] = number % 3 > 0
         record["notes"] = "x" * (RECORD_BYTES - len(json.dumps(record)))
         (self.records / f"local_{session}.json").write_text(json.dumps(record), encoding="ascii")
 

@@ -5,6 +5,7 @@ import dataclasses
 import os
 import pathlib
 import platform
+import signal
 import sys
 import tempfile
 
@@ -74,6 +75,8 @@ def measure(setting, chosen):
 
 def main():
     chosen = arguments()
+    for number in (signal.SIGTERM, signal.SIGHUP):  # end what was started, throw the folder away
+        signal.signal(number, lambda *_: sys.exit(1))
     about = machine()
     with tempfile.TemporaryDirectory(prefix="pelmar-bench-") as name:
         folder = pathlib.Path(name)
