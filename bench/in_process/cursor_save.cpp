@@ -3,7 +3,6 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <functional>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <utility>
@@ -72,13 +71,9 @@ void registerCursorSave(const std::string& folder, std::size_t transcripts) {
   const std::string saved = folder + "/cursor.json";
   const CursorFile file(saved);
   if (file.save(*cursor)) return;
-  // As std::function, since clang-tidy mistakes a lambda that is handed over here for a leak.
-  const std::function<void(benchmark::State&)> agent = [cursor, file](benchmark::State& state) {
-    save(state, *cursor, file);
-  };
-  const std::function<void(benchmark::State&)> floor =
-      [bytes = readFile(saved).value_or(""),
-       path = folder + "/floor.json"](benchmark::State& state) { writeBytes(state, bytes, path); };
+  const auto agent = [cursor, file](benchmark::State& state) { save(state, *cursor, file); };
+  const auto floor = [bytes = readFile(saved).value_or(""), path = folder + "/floor.json"](
+                         benchmark::State& state) { writeBytes(state, bytes, path); };
   benchmark::RegisterBenchmark("cursor-save/agent", agent)->UseRealTime();
   benchmark::RegisterBenchmark("cursor-save/floor", floor)->UseRealTime();
 }
