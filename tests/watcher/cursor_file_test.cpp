@@ -65,7 +65,7 @@ TEST(CursorFileLoad, MissingFileIsEmpty) {
 
 TEST(CursorFileLoad, ReadingCreatesNothing) {
   const TempRoot root;
-  CursorFile(root.cursor()).load().state;
+  CursorFile(root.cursor()).load();
   EXPECT_TRUE(std::filesystem::is_empty(root.home()));
 }
 
