@@ -10,6 +10,7 @@ namespace pelmar {
 namespace {
 
 constexpr const char* kContinues = "continues";
+constexpr const char* kNew = "new";
 constexpr const char* kTranscript = "transcript";
 constexpr const char* kValues = "values";
 constexpr const char* kOffset = "offset";
@@ -40,17 +41,32 @@ std::optional<json> takeRecord(std::string_view& rest, std::uint64_t& checksum) 
   return record;
 }
 
-// None when it is of another shape.
-std::optional<JournalEntry> entryOf(json record) {
+bool isNegative(const json& object) {
+  const auto offset = object.find(kOffset);
+  return offset != object.end() && exactInteger(*offset).value_or(0) < 0;
+}
+
+// Adds what `record` says to `entries`; false when it is of another shape.
+bool addEntries(json record, std::vector<JournalEntry>& entries) {
+  if (const auto found = record.find(kNew); found != record.end() && found->is_array()) {
+    for (const json& transcript : *found) {
+      if (!transcript.is_string()) return false;
+      entries.push_back({.transcript = transcript, .isNew = true});
+    }
+    return true;
+  }
   const std::string* transcript = stringAt(record, kTranscript);
   const auto values = record.find(kValues);
-  if (transcript == nullptr || values == record.end() || !values->is_object()) return std::nullopt;
+  if (transcript == nullptr || values == record.end() || !values->is_object()) return false;
+  // Never written; taken into the state it would end the process at every start.
+  if (isNegative(record) || isNegative(*values)) return false;
   JournalEntry entry{.transcript = *transcript, .values = std::move(*values)};
   if (const auto offset = record.find(kOffset); offset != record.end()) {
     entry.offset = exactInteger(*offset);
   }
   if (const std::string* key = stringAt(record, kSeenKey)) entry.seenKey = *key;
-  return entry;
+  entries.push_back(std::move(entry));
+  return true;
 }
 
 // Adds the line of `record` to `text`.
@@ -75,40 +91,48 @@ std::vector<JournalEntry> Journal::load() {
   std::string_view rest = *text;
   std::uint64_t checksum = kFnvBasis;
   const auto header = takeRecord(rest, checksum);
-  if (!header || textAt(*header, kContinues) != fileIdentity(cursorPath_)) return entries;
+  isStale_ = !header || textAt(*header, kContinues) != fileIdentity(cursorPath_);
+  if (isStale_) return entries;
   for (;;) {
     length_ = text->size() - rest.size();
     checksum_ = checksum;
     auto record = takeRecord(rest, checksum);
-    auto entry = record ? entryOf(*std::move(record)) : std::nullopt;
-    if (!entry) return entries;
-    entries.push_back(*std::move(entry));
+    if (!record || !addEntries(*std::move(record), entries)) return entries;
   }
 }
 
-void Journal::begin(const std::string& transcript, const json& values, bool isKnown) {
+void Journal::addNew(const std::vector<std::string>& transcripts) {
+  json unheard = json::array();
+  for (const std::string& transcript : transcripts) {
+    if (new_.insert(transcript).second) unheard.push_back(transcript);
+  }
+  if (!unheard.empty()) append({{kNew, std::move(unheard)}});
+}
+
+void Journal::begin(const std::string& transcript, const json& values) {
   transcript_ = transcript;
   written_ = json::object();
   offset_.reset();
-  json changes = takeChanges(values);
-  if (!isKnown) append({{kValues, std::move(changes)}});
+  takeChanges(values);
 }
 
 void Journal::addEvent(const json& values, const std::string& seenKey) {
-  append({{kValues, takeChanges(values)}, {kSeenKey, seenKey}});
+  addEntry({{kValues, takeChanges(values)}, {kSeenKey, seenKey}});
 }
 
 void Journal::addLine(const json& values, std::int64_t offset) {
   offset_ = offset;
   json changes = takeChanges(values);
-  if (!changes.empty()) append({{kValues, std::move(changes)}});
+  if (!changes.empty()) addEntry({{kValues, std::move(changes)}});
 }
 
 void Journal::clear() {
-  if (length_ > 0 && !file_) file_.emplace(journalPath(cursorPath_), length_);
+  if ((length_ > 0 || isStale_) && !file_) file_.emplace(journalPath(cursorPath_), length_);
   if (file_) file_->cut(0);
   file_.reset();
   length_ = 0;
+  isStale_ = false;
+  new_.clear();
 }
 
 json Journal::takeChanges(const json& values) {
@@ -123,10 +147,14 @@ json Journal::takeChanges(const json& values) {
   return changes;
 }
 
-void Journal::append(json entry) {
+void Journal::addEntry(json entry) {
   entry[kTranscript] = transcript_;
   if (offset_) entry[kOffset] = *offset_;
   offset_.reset();
+  append(entry);
+}
+
+void Journal::append(const json& record) {
   std::string text;
   if (length_ == 0) {
     checksum_ = kFnvBasis;
@@ -134,7 +162,7 @@ void Journal::append(json entry) {
     if (cursor.empty()) createFolders(cursorPath_.substr(0, cursorPath_.rfind('/')));
     addRecord({{kContinues, cursor}}, checksum_, text);
   }
-  addRecord(entry, checksum_, text);
+  addRecord(record, checksum_, text);
   if (!file_) file_.emplace(journalPath(cursorPath_), length_);
   length_ += text.size();
   file_->append(text);

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -19,9 +20,10 @@ namespace pelmar {
 // What one entry says of a transcript.
 struct JournalEntry {
   std::string transcript;
-  nlohmann::json values;                 // keys of its per-file state with their new values
-  std::optional<std::int64_t> offset{};  // behind its last handled line
-  std::optional<std::string> seenKey{};  // of the event that was recorded
+  bool isNew = false;  // it was found, and nothing of it was read yet; says nothing else
+  nlohmann::json values = nlohmann::json::object();  // keys of its per-file state, new values
+  std::optional<std::int64_t> offset{};              // behind its last handled line
+  std::optional<std::string> seenKey{};              // of the event that was recorded
 };
 
 // Beside the cursor file at `cursorPath`.
@@ -36,10 +38,12 @@ class Journal {
   // what is added next goes behind it. Blocks on one read of the whole journal.
   std::vector<JournalEntry> load();
 
+  // Adds those of `transcripts` that this journal does not know. They are in no cursor file yet.
+  void addNew(const std::vector<std::string>& transcripts);
+
   // What is added from now on is about `transcript`, whose per-file state is `values`; of these
-  // only keys whose value is no array or object are looked at. `isKnown`: the cursor file or this
-  // journal has it; when not, an entry is added at once.
-  void begin(const std::string& transcript, const nlohmann::json& values, bool isKnown);
+  // only keys whose value is no array or object are looked at.
+  void begin(const std::string& transcript, const nlohmann::json& values);
 
   // Adds the event `seenKey` that was just recorded, and what of `values` changed with it. One
   // write.
@@ -49,20 +53,23 @@ class Journal {
   // `values` changed.
   void addLine(const nlohmann::json& values, std::int64_t offset);
 
-  // The cursor file has been saved and holds all of it.
+  // The cursor file has been saved: what it holds is not needed here any more.
   void clear();
 
  private:
   nlohmann::json takeChanges(const nlohmann::json& values);
-  void append(nlohmann::json entry);
+  void addEntry(nlohmann::json entry);
+  void append(const nlohmann::json& record);
 
   std::string cursorPath_;
+  std::set<std::string> new_{};
   std::string transcript_{};
   nlohmann::json written_{};              // of transcript_: what is known of its values
   std::optional<std::int64_t> offset_{};  // of transcript_: not written yet
   std::optional<AppendFile> file_{};      // open from the first entry to the next clear()
   std::uint64_t checksum_ = 0;            // over all records so far
   std::size_t length_ = 0;                // of what is good in the file; 0: no header yet
+  bool isStale_ = false;                  // the file continues another cursor file
 };
 
 }  // namespace pelmar

@@ -2,12 +2,14 @@
 
 #include <sys/stat.h>
 
+#include "platform/uninterrupted.h"
+
 namespace pelmar {
 namespace {
 
 bool hasAtLeast(std::size_t length, const Descriptor& file) {
   struct stat status {};
-  return file.valid() && ::fstat(file.get(), &status) == 0 &&
+  return file.valid() && uninterrupted([&] { return ::fstat(file.get(), &status); }) == 0 &&
          static_cast<std::size_t>(status.st_size) >= length;
 }
 
@@ -23,7 +25,7 @@ void AppendFile::append(std::string_view bytes) {
 }
 
 bool AppendFile::cut(std::size_t length) {
-  return ::ftruncate(file_.get(), static_cast<off_t>(length)) == 0;
+  return uninterrupted([&] { return ::ftruncate(file_.get(), static_cast<off_t>(length)); }) == 0;
 }
 
 }  // namespace pelmar

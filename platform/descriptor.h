@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstddef>
 #include <string_view>
 
@@ -35,7 +36,8 @@ inline bool writeAll(const Descriptor& file, std::string_view bytes) {
   while (!bytes.empty()) {
     const ssize_t count =
         uninterrupted([&] { return ::write(file.get(), bytes.data(), bytes.size()); });
-    if (count < 0) return false;
+    if (count == 0) errno = EIO;  // it would stay at that
+    if (count <= 0) return false;
     bytes.remove_prefix(static_cast<std::size_t>(count));
   }
   return true;

@@ -117,10 +117,14 @@ std::optional<std::int64_t> sizeOf(const std::string& path) {
 std::string fileIdentity(const std::string& path) {
   struct stat status {};
   std::error_code error;
-  const auto modified = std::chrono::duration_cast<std::chrono::nanoseconds>(
-      std::filesystem::last_write_time(path, error).time_since_epoch());
-  const auto ask = [&] { return ::stat(path.c_str(), &status); };
-  if (error || uninterrupted(ask) != 0) return {};
+  std::filesystem::file_time_type written;
+  const auto ask = [&] {
+    written = std::filesystem::last_write_time(path, error);
+    return error ? -1 : ::stat(path.c_str(), &status);
+  };
+  if (uninterrupted(ask) != 0) return {};
+  const auto modified =
+      std::chrono::duration_cast<std::chrono::nanoseconds>(written.time_since_epoch());
   return std::to_string(status.st_ino) + ' ' + std::to_string(status.st_size) + ' ' +
          std::to_string(static_cast<std::int64_t>(modified.count()));
 }

@@ -34,8 +34,8 @@ RangeRead readRange(const std::string& path, std::int64_t offset, std::int64_t l
 // The size in bytes of what stands at `path` (links followed), or none when there is nothing.
 std::optional<std::int64_t> sizeOf(const std::string& path);
 
-// What tells the file at `path` from any other that stood or will stand there: its inode, size and
-// time of last change. Empty when there is none.
+// The inode, size and time of writing of the file at `path`: enough to tell it from what replaced
+// it or what it replaced. Empty when there is none.
 std::string fileIdentity(const std::string& path);
 
 // Creates `folder` and what is missing above it. Failure shows in what is done there next.

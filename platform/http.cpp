@@ -7,6 +7,7 @@
 #include <string>
 
 #include "platform/fatal.h"
+#include "platform/uninterrupted.h"
 #include "platform/url.h"
 
 namespace pelmar {
@@ -123,7 +124,7 @@ struct HttpClient::State {
     curl_socket_t socket = CURL_SOCKET_BAD;
     curl_easy_getinfo(curl, CURLINFO_ACTIVESOCKET, &socket);
     pollfd kept{.fd = socket, .events = POLLIN, .revents = 0};
-    return socket != CURL_SOCKET_BAD && ::poll(&kept, 1, 0) > 0;
+    return socket != CURL_SOCKET_BAD && uninterrupted([&] { return ::poll(&kept, 1, 0); }) > 0;
   }
 
   CURL* curl;

@@ -47,6 +47,11 @@ void judgeSessions(Report& report) {
   }
   if (!sessions.cursorProblem.empty()) add(report, Verdict::problems, sessions.cursorProblem);
   for (const Session& session : sessions.sessions) {
+    if (session.offset < 0) {
+      add(report, Verdict::notReporting,
+          "the cursor has an offset below zero for \"" + session.title +
+              "\": the agent ends there");
+    }
     if (!session.heldUpBy) continue;
     const auto& [count, status, since] = *session.heldUpBy;
     add(report, Verdict::problems,

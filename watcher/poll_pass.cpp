@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string_view>
+#include <vector>
 
 #include "audit/line_processing.h"
 #include "observe/run_state.h"
@@ -60,7 +61,6 @@ std::int64_t decodedLength(std::string_view bytes) {
 struct Reading {
   const std::string& path;
   FileState& fileState;
-  bool isKnown;  // to the cursor state
   Journal& journal;
   const ObserveClient& client;
   const std::string& agentSlug;
@@ -106,9 +106,20 @@ bool readNewLines(const Reading& reading, std::int64_t size) {
     return false;
   }
   auto& values = reading.fileState.values;
-  reading.journal.begin(reading.path, values, reading.isKnown);
+  reading.journal.begin(reading.path, values);
   values[kOffset] = reportLines(reading, *read.bytes, *start, size);
   return true;
+}
+
+// Those of `files` that hold something and wait for their first turn. A start behind a kill would
+// take them for old ones.
+std::vector<std::string> unknownOf(const std::vector<std::string>& files,
+                                   const CursorState& state) {
+  std::vector<std::string> unknown;
+  for (const auto& path : files) {
+    if (!state.contains(path) && sizeOf(path).value_or(0) > 0) unknown.push_back(path);
+  }
+  return unknown;
 }
 
 }  // namespace
@@ -123,14 +134,17 @@ std::optional<std::int64_t> startOffset(const json& values, std::int64_t size) {
 void resume(CursorState& state, Journal& journal) {
   const auto entries = journal.load();
   for (const JournalEntry& entry : entries) {
-    const auto known = state.try_emplace(entry.transcript, FileState{.values = json::object()});
-    json& values = known.first->second.values;
+    if (entry.isNew) state.try_emplace(entry.transcript, newFileState(0));
+    const auto known = state.find(entry.transcript);
+    if (known == state.end()) continue;  // changes of what nobody kept
+    json& values = known->second.values;
     values.update(entry.values);
     if (entry.offset) values[kOffset] = *entry.offset;
   }
   for (const JournalEntry& entry : entries) {
-    if (!entry.seenKey) continue;
-    auto& [values, seenKeys] = state.at(entry.transcript);
+    const auto known = state.find(entry.transcript);
+    if (!entry.seenKey || known == state.end()) continue;
+    auto& [values, seenKeys] = known->second;
     seenKeys.attach(values);  // from here on the list is only added to
     seenKeys.add(values, *entry.seenKey);
     seenKeys.trim(values);
@@ -141,6 +155,8 @@ void pollOnce(CursorState& state, const CursorFile& cursorFile, Journal& journal
               const ObserveClient& client, const std::string& agentSlug, bool verbose) {
   const auto files = auditFiles();
   if (verbose) logger.debug("found " + std::to_string(files.size()) + " audit.jsonl files");
+  auto waiting = unknownOf(files, state);
+  journal.addNew(waiting);
   for (const auto& path : files) {
     const auto size = sizeOf(path);
     if (!size) continue;
@@ -149,13 +165,14 @@ void pollOnce(CursorState& state, const CursorFile& cursorFile, Journal& journal
     if (known == state.end()) unknown = newFileState(0);
     const Reading reading{.path = path,
                           .fileState = unknown ? *unknown : known->second,
-                          .isKnown = !unknown,
                           .journal = journal,
                           .client = client,
                           .agentSlug = agentSlug};
     if (!readNewLines(reading, *size)) continue;
     if (unknown) state.emplace(path, *std::move(unknown));
     saveCursor(cursorFile, state, journal);
+    std::erase(waiting, path);
+    journal.addNew(waiting);  // again, where the save has emptied it
   }
 }
 

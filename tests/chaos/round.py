@@ -19,7 +19,7 @@ PATIENCE = 60  # seconds without anything new
 
 
 class Kills:
-    """`reserve` of them are kept for the quiet end."""
+    """How many are left, and those that are done."""
 
     def __init__(self, count, progress):
         self.left = count

@@ -16,12 +16,14 @@ REPOSITORY = pathlib.Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(REPOSITORY / "tests" / "support"))
 
 from agent_stage import Home, Service  # noqa: E402
+from one_at_a_time import ERRORS  # noqa: E402
 from scenario import FIRST, Stage, play, switches_of  # noqa: E402
 
 SKIPPED = 77
 # The library's name of what strace calls otherwise.
 NAMES = {"sendto": "send", "recvfrom": "recv", "newfstatat": "stat"}
-# Not to be failed: they look at, or set, what is open already, and their failure has no effect.
+# Not to be failed: they look at, or set, what is open already, and their failure has no effect; fstat
+# has no name of its own in a trace.
 LEFT_OUT = {"execve", "close", "fcntl", "fadvise64", "link", "fstat", "getdents64", "lstat"}
 TRACE = "trace=%file,%desc,%network"
 
@@ -69,8 +71,11 @@ def main():
     counted["recv"] += counted.pop("recv_look", 0)
     differing = {call: (traced[call], counted[call]) for call in traced | counted
                  if traced[call] != counted[call] and call in traced}
+    unswept = set(traced) - set(ERRORS)
     print("traced and counted:", differing or sum(traced.values()))
-    return 1 if differing or not traced else 0
+    if unswept:
+        print("no sweep fails:", unswept)
+    return 1 if differing or unswept or not traced else 0
 
 
 sys.exit(main())

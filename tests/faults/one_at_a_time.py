@@ -36,6 +36,8 @@ ERRORS = {
     "rename": ["ENOSPC", "EACCES", "EROFS", "EINTR", "EIO", "ENOENT", "EDQUOT"],
     "unlink": ["EACCES", "EROFS", "EINTR", "EIO"],
     "mkdir": ["ENOSPC", "EACCES", "EROFS", "EINTR", "EIO", "EDQUOT"],
+    "fstat": ["EINTR", "EIO", "ENOMEM"],
+    "ftruncate": ["EINTR", "EIO", "EROFS"],
     "stat": ["EACCES", "EINTR", "EIO", "ENOMEM", "ENOENT"],
     "socket": ["EMFILE", "EACCES", "ENFILE", "ENOBUFS", "ENOMEM"],
     "connect": ["ECONNREFUSED", "ETIMEDOUT", "ENETUNREACH", "EHOSTUNREACH", "EADDRNOTAVAIL"],

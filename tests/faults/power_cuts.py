@@ -197,7 +197,7 @@ class Replay:
                 except Failure as failure:
                     told = {path: content for path, (content, _) in state.items()}
                     raise Failure(f"{self.start} start, cut behind operation {number}, {words}: "
-                                  f"{failure}\\n{told}") from failure
+                                  f"{failure}\n{told}") from failure
         if len(self.saves) < 4:
             raise Failure(f"only {len(self.saves)} saves in the record")
         return len(self.tried)

@@ -17,6 +17,17 @@ constexpr std::string_view kLine =
     R"({"type":"user","uuid":"1","timestamp":"T","message":{"content":"q"}})"
     "\n";
 
+// "/t" stands for the transcript, whose path no input can know.
+std::string withPath(std::string_view input) {
+  std::string text(input);
+  constexpr std::string_view kStandIn = "\"/t\"";
+  const std::string path = compactJson(agentHome().transcript());
+  for (auto at = text.find(kStandIn); at != text.npos; at = text.find(kStandIn, at + path.size())) {
+    text.replace(at, kStandIn.size(), path);
+  }
+  return text;
+}
+
 // A journal of these records as it would be written: fuzzing finds no checksum by chance.
 std::string withChecksums(std::string_view records) {
   std::uint64_t sum = 0xcbf29ce484222325;
@@ -40,19 +51,24 @@ void check(std::string_view input) {
   AgentHome& home = agentHome();
   home.writeTranscript(kLine);
   const auto parts = partsOf(input);
-  test::writeFile(home.cursor(), std::string(parts[0]));
+  test::writeFile(home.cursor(), withPath(parts[0]));
   const std::string path = journalPath(home.cursor());
-  test::writeFile(path, parts.size() > 1 ? withChecksums(parts[1]) : std::string(parts[0]));
+  test::writeFile(path,
+                  parts.size() > 1 ? withChecksums(withPath(parts[1])) : std::string(parts[0]));
   const ScriptedService service(
       [](const HttpRequest&) { return answered(200, R"({"run_id":"R","workflow_id":"W"})"); });
 
   const CursorFile file(home.cursor());
-  CursorState state = file.load().state;
+  auto [state, problem] = file.load();
+  const auto own = state.find(home.transcript());
+  const bool isNegative = own != state.end() &&
+                          exactInteger(own->second.values.value("offset", json(0))).value_or(0) < 0;
   Journal journal(home.cursor());
-  resume(state, journal);
+  if (problem.empty()) resume(state, journal);
   try {
     pollOnce(state, file, journal, home.client(), "", /*verbose=*/false);
   } catch (const NegativeOffset&) {
+    require(isNegative, "no journal ends the agent");
     return;
   }
   require(!file.save(state), "what was resumed can be saved");

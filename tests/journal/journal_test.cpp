@@ -24,9 +24,12 @@ namespace fs = std::filesystem;
 
 // An entry in one line, so that expectations read as what is remembered.
 std::string wordsOf(const JournalEntry& entry) {
-  return entry.transcript + " " + entry.values.dump() +
-         (entry.offset ? " to " + std::to_string(*entry.offset) : "") +
-         (entry.seenKey ? " seen " + *entry.seenKey : "");
+  if (entry.isNew) return entry.transcript + " is new";
+  std::string words = entry.transcript;
+  words.append(" ").append(entry.values.dump());
+  if (entry.offset) words.append(" to ").append(std::to_string(*entry.offset));
+  if (entry.seenKey) words.append(" seen ").append(*entry.seenKey);
+  return words;
 }
 
 class JournalTest : public testing::Test {
@@ -47,7 +50,7 @@ class JournalTest : public testing::Test {
   // Adds the events a, b and c of the known transcript /t.
   void addThreeEvents() {
     json values{{"step_position", 1}};
-    journal_.begin("/t", values, true);
+    journal_.begin("/t", values);
     for (const char* key : {"a", "b", "c"}) {
       values["step_position"] = values["step_position"].get<int>() + 1;
       journal_.addEvent(values, key);
@@ -69,7 +72,7 @@ TEST_F(JournalTest, WithoutAFileThereIsNothing) {
 
 TEST_F(JournalTest, AnEventIsRememberedWithWhatChanged) {
   json values{{"offset", 7}, {"run_id", nullptr}, {"step_position", 0}};
-  journal_.begin("/t", values, true);
+  journal_.begin("/t", values);
   values["run_id"] = "R";
   values["step_position"] = 1;
   journal_.addEvent(values, "a");
@@ -79,7 +82,7 @@ TEST_F(JournalTest, AnEventIsRememberedWithWhatChanged) {
                                     R"(/t {"step_position":2} seen b)"));
 }
 
-TEST_F(JournalTest, AnEventIsThereAtOnceAndInOneWrite) {
+TEST_F(JournalTest, AnEventIsThereAtOnce) {
   addThreeEvents();
   const auto before = fs::file_size(path());
   journal_.addEvent({{"step_position", 4}}, "d");
@@ -89,27 +92,63 @@ TEST_F(JournalTest, AnEventIsThereAtOnceAndInOneWrite) {
 
 TEST_F(JournalTest, ListsAndObjectsAreNotLookedAt) {
   json values{{"seen_keys", json::array({"x"})}, {"other", {{"k", 1}}}};
-  journal_.begin("/t", values, true);
+  journal_.begin("/t", values);
   values["seen_keys"].push_back("a");
   values["other"]["k"] = 2;
   journal_.addEvent(values, "a");
   EXPECT_THAT(loaded(), ElementsAre("/t {} seen a"));
 }
 
-TEST_F(JournalTest, AnUnknownTranscriptIsRememberedBeforeItsFirstEvent) {
-  journal_.begin("/new", {{"offset", 0}, {"run_id", nullptr}}, false);
-  EXPECT_THAT(loaded(), ElementsAre(R"(/new {"offset":0,"run_id":null})"));
+TEST_F(JournalTest, ANewTranscriptIsRememberedBeforeItsFirstEvent) {
+  journal_.addNew({"/a", "/b"});
+  EXPECT_THAT(loaded(), ElementsAre("/a is new", "/b is new"));
+}
+
+TEST_F(JournalTest, ANewTranscriptIsNamedOnceUntilTheCursorIsSaved) {
+  journal_.addNew({"/a"});
+  journal_.addNew({"/a", "/b"});
+  const auto size = fs::file_size(path());
+  journal_.addNew({"/a", "/b"});
+  journal_.addNew({});
+  EXPECT_EQ(fs::file_size(path()), size);
+  EXPECT_THAT(loaded(), ElementsAre("/a is new", "/b is new"));
+  journal_.clear();
+  journal_.addNew({"/b"});
+  EXPECT_THAT(loaded(), ElementsAre("/b is new"));
+}
+
+TEST_F(JournalTest, EndsAtAnOffsetBelowZero) {
+  for (const char* where : {"offset", "values"}) {
+    addThreeEvents();
+    if (where == std::string("offset")) {
+      journal_.addLine({{"step_position", 9}}, -1);
+    } else {
+      journal_.addEvent({{"offset", -1}}, "d");
+    }
+    journal_.addEvent(json::object(), "e");
+    EXPECT_THAT(loaded(), SizeIs(3)) << where;
+    journal_.clear();
+  }
+}
+
+TEST_F(JournalTest, ASavedCursorEmptiesOneThatWasOfNoUse) {
+  addThreeEvents();
+  writeFile(root_.cursor(), "{ }");
+  Journal next(root_.cursor());
+  EXPECT_THAT(next.load(), IsEmpty());
+  next.clear();
+  EXPECT_EQ(contentOf(path()), "");
 }
 
 TEST_F(JournalTest, AKnownTranscriptWithoutEventsWritesNothing) {
-  journal_.begin("/t", {{"offset", 0}}, true);
+  journal_.begin("/t", {{"offset", 0}});
   journal_.addLine({{"offset", 0}}, 20);
   EXPECT_FALSE(fs::exists(path()));
 }
 
 TEST_F(JournalTest, AHandledLineGoesWithTheNextEvent) {
   const json values{{"offset", 0}};
-  journal_.begin("/t", values, true);
+  journal_.begin("/t", values);
   journal_.addEvent(values, "a");
   journal_.addLine(values, 20);
   EXPECT_THAT(loaded(), ElementsAre("/t {} seen a"));
@@ -120,7 +159,7 @@ TEST_F(JournalTest, AHandledLineGoesWithTheNextEvent) {
 
 TEST_F(JournalTest, AHandledLineThatChangedTheStateIsWrittenAtOnce) {
   json values{{"run_id", nullptr}};
-  journal_.begin("/t", values, true);
+  journal_.begin("/t", values);
   values["run_id"] = "R";
   journal_.addLine(values, 20);
   EXPECT_THAT(loaded(), ElementsAre(R"(/t {"run_id":"R"} to 20)"));
@@ -128,9 +167,9 @@ TEST_F(JournalTest, AHandledLineThatChangedTheStateIsWrittenAtOnce) {
 
 TEST_F(JournalTest, ALineOfOneTranscriptIsNotTakenForOneOfTheNext) {
   const json values{{"offset", 0}};
-  journal_.begin("/t", values, true);
+  journal_.begin("/t", values);
   journal_.addLine(values, 20);
-  journal_.begin("/u", values, true);
+  journal_.begin("/u", values);
   journal_.addEvent(values, "a");
   EXPECT_THAT(loaded(), ElementsAre("/u {} seen a"));
 }
@@ -189,7 +228,7 @@ TEST_F(JournalTest, AnAgentThatLoadedItGoesOnBehindWhatIsGood) {
   test::appendToFile(path(), "half an ent");
   Journal next(root_.cursor());
   EXPECT_THAT(next.load(), SizeIs(3));
-  next.begin("/u", json::object(), true);
+  next.begin("/u", json::object());
   next.addEvent(json::object(), "d");
   EXPECT_THAT(loaded(), SizeIs(4));
   next.clear();
@@ -241,7 +280,7 @@ TEST_F(JournalTest, AFileThatIsCutShortMeanwhileIsNotFilledUp) {
   Journal next(root_.cursor());
   EXPECT_THAT(next.load(), SizeIs(3));
   writeFile(path(), "cut");
-  next.begin("/u", json::object(), true);
+  next.begin("/u", json::object());
   next.addEvent(json::object(), "d");
   EXPECT_EQ(contentOf(path()), "cut");
 }

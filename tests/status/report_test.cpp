@@ -149,11 +149,19 @@ TEST_F(StatusReport, BacklogIsTheBytesBehindOfAllSessions) {
   EXPECT_EQ(sessions.backlog, 6 + 5);
 }
 
+TEST_F(StatusReport, OffsetBelowZeroIsWhereTheAgentEnds) {
+  home_.setCursor(home_.addTranscript("a", "123456789\n"), R"({"offset":-1})");
+  const Report report = takeReport(false);
+  EXPECT_THAT(textsOf(report),
+              ElementsAre("the cursor has an offset below zero for \"a\": the agent ends there"));
+  EXPECT_EQ(report.verdict(), Verdict::notReporting);
+}
+
 TEST_F(StatusReport, WhatTheJournalHasIsNotBehind) {
   const std::string a = home_.addTranscript("a", "123456789\n");
   home_.setCursor(a, R"({"offset":4})");
   Journal journal(home_.cursor());
-  journal.begin(a, {{"offset", 4}}, true);
+  journal.begin(a, {{"offset", 4}});
   journal.addLine({{"offset", 4}, {"run_id", "R"}}, 8);
   const Sessions sessions = takeReport(false).sessions;
   EXPECT_EQ(sessions.backlog, 2);

@@ -24,7 +24,12 @@ class Service:
         self.process = subprocess.Popen(
             [build / "pelmar-local-service", "--database", folder / "service.db", "--key-file",
              key_file], env=environment, stdout=subprocess.PIPE, text=True)
-        self.url = self.process.stdout.readline().split()[-1]
+        listening = self.process.stdout.readline()
+        if not listening:
+            self.process.wait()
+            self.process.stdout.close()
+            raise Failure("the service did not start")
+        self.url = listening.split()[-1]
         self.known = collections.Counter()
         self.connection = http.client.HTTPConnection(self.url.rpartition("/")[2], timeout=PATIENCE)
 

@@ -74,7 +74,8 @@ TEST_F(AgentTest, AJournalDoesNotContinueACursorFileThatCannotBeLoaded) {
   const auto transcript = root_.addTranscript("s1", userLine("1", "reported before"));
   writeFile(root_.cursor(), "no JSON");
   Journal journal(root_.cursor());
-  journal.begin(transcript, json::object(), true);
+  journal.addNew({transcript});
+  journal.begin(transcript, json::object());
   journal.addEvent(json::object(), "some key");
   const auto agent = startAgent();
   ASSERT_TRUE(agent->waitForLine("seeded cursor to EOF for 1 audit files (tail-only)"));

@@ -101,11 +101,24 @@ class Resume : public testing::Test {
     CursorState state = CursorFile(root_.cursor()).load().state;
     Journal journal(root_.cursor());
     resume(state, journal);
-    const ObserveClient client("http://127.0.0.1:" + std::to_string(server_->port()), "k");
     testing::internal::CaptureStderr();
-    pollOnce(state, CursorFile(root_.cursor()), journal, client, "", false);
+    pollOnce(state, CursorFile(root_.cursor()), journal, client(), "", false);
     testing::internal::GetCapturedStderr();
     return received_;
+  }
+
+  // What a start without --from-start does before its first pass.
+  void startAsUsual() {
+    CursorState state = CursorFile(root_.cursor()).load().state;
+    Journal journal(root_.cursor());
+    resume(state, journal);
+    testing::internal::CaptureStderr();
+    seedCursorToEOF(state, CursorFile(root_.cursor()), journal);
+    testing::internal::GetCapturedStderr();
+  }
+
+  ObserveClient client() const {
+    return {"http://127.0.0.1:" + std::to_string(server_->port()), "k"};
   }
 
   test::TempRoot root_;
@@ -163,12 +176,39 @@ TEST_F(Resume, AKillInTheFirstPassOverASessionDoesNotMakeTheNextStartPassItOver)
   root_.addTranscript("a", user("one"));
   const auto whole = startAgent();
   remains_.at(0).putBack(root_.cursor());
-
-  CursorState state = CursorFile(root_.cursor()).load().state;
-  Journal journal(root_.cursor());
-  resume(state, journal);
-  seedCursorToEOF(state, CursorFile(root_.cursor()), journal);
+  startAsUsual();
   EXPECT_EQ(startAgent(), whole);
+}
+
+TEST_F(Resume, SessionsThatWaitedForTheirTurnWhenTheAgentWasKilledAreReported) {
+  for (const char* id : {"a", "b", "c"}) root_.addTranscript(id, user(id));
+  const auto whole = startAgent();
+  ASSERT_EQ(whole.size(), 6U);
+  const auto remains = remains_;
+  for (std::size_t killed = 0; killed < whole.size(); ++killed) {
+    remains[killed].putBack(root_.cursor());
+    startAsUsual();
+    const auto begun = static_cast<std::ptrdiff_t>(killed / 2 * 2);  // of its session
+    EXPECT_EQ(startAgent(), std::vector(whole.begin() + begun, whole.end())) << killed;
+  }
+}
+
+TEST_F(Resume, WhatWasWrittenBeforeTheFirstStartStaysUnreportedIfNothingCouldBeSaved) {
+  const auto path = root_.addTranscript("a", user("old"));
+  const std::string inTheWay = root_.cursor() + ".tmp/file";
+  writeFile(inTheWay, "");
+  CursorState state;
+  Journal journal(root_.cursor());
+  const CursorFile file(root_.cursor());
+  testing::internal::CaptureStderr();
+  seedCursorToEOF(state, file, journal);
+  test::appendToFile(path, user("new"));
+  pollOnce(state, file, journal, client(), "", false);
+  testing::internal::GetCapturedStderr();
+  ASSERT_FALSE(received_.empty());
+  fs::remove_all(root_.cursor() + ".tmp");
+  startAsUsual();
+  EXPECT_THAT(startAgent(), IsEmpty());
 }
 
 TEST_F(Resume, WithoutTheJournalTheCursorFileAloneHolds) {
@@ -204,7 +244,8 @@ TEST_F(Resume, TheOffsetStandsBehindTheLastHandledLine) {
 
 TEST_F(Resume, AListOfKeysThatIsNoneIsBegunAnew) {
   Journal journal(root_.cursor());
-  journal.begin("/t", json::object(), true);
+  journal.addNew({"/t"});
+  journal.begin("/t", json::object());
   journal.addEvent(json::object(), "a");
   CursorState state;
   state["/t"].values = {{"seen_keys", "no list"}};
@@ -215,7 +256,8 @@ TEST_F(Resume, AListOfKeysThatIsNoneIsBegunAnew) {
 
 TEST_F(Resume, ManyEventsOfTheJournalKeepTheNewestKeys) {
   Journal journal(root_.cursor());
-  journal.begin("/t", json::object(), true);
+  journal.addNew({"/t"});
+  journal.begin("/t", json::object());
   for (int event = 0; event < 10'002; ++event) {
     journal.addEvent(json::object(), std::to_string(event));
   }
