@@ -31,7 +31,11 @@ def panel(title, top, times, values):
         f"{top + room * (1 - (value - low) / span):.1f}"
         for second, value in zip(times, values, strict=True))
     return (f'<text x="{LEFT}" y="{top - 6}" font-weight="bold">{title}</text>'
-            f'<text x="{LEFT - 6}" y="{top + 8}" text-anchor="end">{high:,.2f}</text>'
-            f'<text x="{LEFT - 6}" y="{top + room}" text-anchor="end">{low:,.2f}</text>'
+            f'<text x="{LEFT - 6}" y="{top + 8}" text-anchor="end">{words(high)}</text>'
+            f'<text x="{LEFT - 6}" y="{top + room}" text-anchor="end">{words(low)}</text>'
             f'<path d="M{LEFT},{top}v{room}h{WIDTH - LEFT - 20}" fill="none" stroke="#999"/>'
             f'<polyline points="{points}" fill="none" stroke="#06c" stroke-width="1.2"/>')
+
+
+def words(value):
+    return f"{value:,.2f}".removesuffix(".00")
