@@ -193,6 +193,14 @@ TEST_F(Resume, SessionsThatWaitedForTheirTurnWhenTheAgentWasKilledAreReported) {
   }
 }
 
+TEST_F(Resume, APassLeavesAnEmptyJournalAndNamesNoEmptySession) {
+  root_.addTranscript("a", user("one"));
+  root_.addTranscript("b", user("two"));
+  root_.addTranscript("empty", "");
+  startAgent();
+  EXPECT_EQ(contentOf(journalPath(root_.cursor())), "");
+}
+
 TEST_F(Resume, WhatWasWrittenBeforeTheFirstStartStaysUnreportedIfNothingCouldBeSaved) {
   const auto path = root_.addTranscript("a", user("old"));
   const std::string inTheWay = root_.cursor() + ".tmp/file";
