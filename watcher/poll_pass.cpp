@@ -162,7 +162,10 @@ void pollOnce(CursorState& state, const CursorFile& cursorFile, Journal& journal
     if (!size) continue;
     const auto known = state.find(path);
     std::optional<FileState> unknown;
-    if (known == state.end()) unknown = newFileState(0);
+    if (known == state.end()) {
+      if (*size > 0) journal.addNew({path});  // it may have been empty when the pass began
+      unknown = newFileState(0);
+    }
     const Reading reading{.path = path,
                           .fileState = unknown ? *unknown : known->second,
                           .journal = journal,

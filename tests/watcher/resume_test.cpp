@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -12,6 +13,7 @@
 #include "platform/json.h"
 #include "service/http_server.h"
 #include "tests/support/temp_root.h"
+#include "watcher/audit_files.h"
 #include "watcher/poll_pass.h"
 
 namespace pelmar {
@@ -90,6 +92,7 @@ class Resume : public testing::Test {
           readBody();
           received_.push_back({request.path, request.body});
           remains_.emplace_back(root_.cursor(), root_.path() + "/link" + std::to_string(links_++));
+          if (meanwhile_) meanwhile_();
           return service::HttpReply{.body = R"({"run_id": "R", "workflow_id": "W"})"};
         })) {
     if (!server_) throw std::runtime_error("no server");
@@ -123,7 +126,8 @@ class Resume : public testing::Test {
 
   test::TempRoot root_;
   std::vector<Request> received_;
-  std::vector<Remains> remains_;  // as each request arrived
+  std::vector<Remains> remains_;       // as each request arrived
+  std::function<void()> meanwhile_{};  // happens with every request
   int links_ = 0;
   std::unique_ptr<service::HttpServer> server_;
 };
@@ -191,6 +195,24 @@ TEST_F(Resume, SessionsThatWaitedForTheirTurnWhenTheAgentWasKilledAreReported) {
     const auto begun = static_cast<std::ptrdiff_t>(killed / 2 * 2);  // of its session
     EXPECT_EQ(startAgent(), std::vector(whole.begin() + begun, whole.end())) << killed;
   }
+}
+
+TEST_F(Resume, ASessionThatWasEmptyWhenThePassBeganIsReportedWhole) {
+  const auto first = root_.addTranscript("a", user("first"));
+  const auto second = root_.addTranscript("b", "");
+  const bool isInOrder = auditFiles().front() == first;
+  if (!isInOrder) {
+    writeFile(first, "");
+    writeFile(second, user("first"));
+  }
+  meanwhile_ = [&, other = isInOrder ? second : first] {
+    if (fs::file_size(other) == 0) test::appendToFile(other, user("later") + user("latest"));
+  };
+  const auto whole = startAgent();
+  ASSERT_EQ(whole.size(), 5U);
+  remains_.at(3).putBack(root_.cursor());
+  startAsUsual();
+  EXPECT_EQ(startAgent(), std::vector(whole.begin() + 2, whole.end()));
 }
 
 TEST_F(Resume, APassLeavesAnEmptyJournalAndNamesNoEmptySession) {
