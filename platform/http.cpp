@@ -15,6 +15,7 @@ namespace {
 
 constexpr std::size_t kMostAnswerBytes = 8 * 1024 * 1024;
 constexpr long kLeastStatus = 100;
+constexpr int kLongestPollMs = 60'000;  // libcurl polls shorter where a deadline is nearer
 
 struct FreeList {
   void operator()(curl_slist* list) const { curl_slist_free_all(list); }
@@ -89,9 +90,31 @@ std::optional<HeaderList> headerList(const HttpRequest& request) {
 
 }  // namespace
 
+// The connections outlive an exchange, libcurl's handle of it does not: up to 7.88 such a handle
+// carries a pointer to a freed header line from one answer into the next.
 struct HttpClient::State {
-  State() : curl(curl_easy_init()) {
-    if (curl == nullptr) fatal("libcurl cannot be initialised");
+  State() : connections(curl_multi_init()), sessions(curl_share_init()) {
+    if (connections == nullptr || sessions == nullptr) fatal("libcurl cannot be initialised");
+    curl_share_setopt(sessions, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
+  }
+  ~State() {
+    endExchange();
+    curl_multi_cleanup(connections);
+    curl_share_cleanup(sessions);
+  }
+  State(const State&) = delete;
+  State& operator=(const State&) = delete;
+
+  template <typename Value>
+  void set(CURLoption option, Value value) {
+    curl_easy_setopt(exchange, option, value);
+  }
+
+  void beginExchange() {
+    endExchange();
+    exchange = curl_easy_init();
+    if (exchange == nullptr) fatal("out of memory");
+    set(CURLOPT_SHARE, sessions);
     set(CURLOPT_NOSIGNAL, 1L);
     set(CURLOPT_HTTP_VERSION, long{CURL_HTTP_VERSION_1_1});
     set(CURLOPT_SSLVERSION, long{CURL_SSLVERSION_TLSv1_2});  // or newer (RFC 8996)
@@ -110,24 +133,40 @@ struct HttpClient::State {
     set(CURLOPT_PROTOCOLS, long{CURLPROTO_HTTP | CURLPROTO_HTTPS});
 #endif
   }
-  ~State() { curl_easy_cleanup(curl); }
-  State(const State&) = delete;
-  State& operator=(const State&) = delete;
 
-  template <typename Value>
-  void set(CURLoption option, Value value) {
-    curl_easy_setopt(curl, option, value);
+  // Blocks until it has ended.
+  CURLcode perform() {
+    int running = 1;
+    auto driven = curl_multi_add_handle(connections, exchange);
+    while (driven == CURLM_OK && running > 0) {
+      driven = curl_multi_perform(connections, &running);
+      if (driven == CURLM_OK && running > 0) {
+        driven = curl_multi_poll(connections, nullptr, 0, kLongestPollMs, nullptr);
+      }
+    }
+    const auto* ended = curl_multi_info_read(connections, &running);
+    return ended == nullptr ? CURLE_FAILED_INIT : ended->data.result;
+  }
+
+  void endExchange() {
+    if (exchange == nullptr) return;
+    curl_multi_remove_handle(connections, exchange);
+    curl_easy_cleanup(exchange);
+    exchange = nullptr;
   }
 
   // Whether the kept connection has something to read before a request was sent.
   bool hasUnread() const {
+    if (exchange == nullptr) return false;
     curl_socket_t socket = CURL_SOCKET_BAD;
-    curl_easy_getinfo(curl, CURLINFO_ACTIVESOCKET, &socket);
+    curl_easy_getinfo(exchange, CURLINFO_ACTIVESOCKET, &socket);
     pollfd kept{.fd = socket, .events = POLLIN, .revents = 0};
     return socket != CURL_SOCKET_BAD && uninterrupted([&] { return ::poll(&kept, 1, 0); }) > 0;
   }
 
-  CURL* curl;
+  CURLM* connections;
+  CURLSH* sessions;
+  CURL* exchange = nullptr;  // the latest one, until the next begins: it knows its connection
 };
 
 HttpClient::HttpClient() : state_(std::make_unique<State>()) {}
@@ -143,6 +182,7 @@ HttpExchange HttpClient::send(const HttpRequest& request) {
   if (state_->hasUnread()) state_ = std::make_unique<State>();
 
   Transfer transfer;
+  state_->beginExchange();
   state_->set(CURLOPT_URL, request.url.c_str());
   state_->set(CURLOPT_HTTPHEADER, headers->get());
   state_->set(CURLOPT_TIMEOUT_MS, static_cast<long>(request.deadline.count()));
@@ -156,12 +196,12 @@ HttpExchange HttpClient::send(const HttpRequest& request) {
     state_->set(CURLOPT_HTTPGET, 1L);
   }
 
-  const CURLcode result = curl_easy_perform(state_->curl);
+  const CURLcode result = state_->perform();
   if (result == CURLE_OPERATION_TIMEDOUT) return {};
   if (result == CURLE_ABORTED_BY_CALLBACK) return {.error = "the connection was lost"};
   if (result == CURLE_OK && !transfer.isHeadWhole) return {.error = "the answer broke off"};
   long status = 0;
-  curl_easy_getinfo(state_->curl, CURLINFO_RESPONSE_CODE, &status);
+  curl_easy_getinfo(state_->exchange, CURLINFO_RESPONSE_CODE, &status);
   // Some that are none pass libcurl, and 0 stands for no answer at all.
   if (transfer.isHeadWhole && status < kLeastStatus) return {.error = "the answer has no status"};
   if (transfer.isTooLarge) return {.status = static_cast<int>(status)};

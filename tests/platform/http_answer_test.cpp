@@ -16,6 +16,7 @@ using test::answering;
 using test::RawAnswer;
 using test::RawServer;
 using ::testing::Eq;
+using ::testing::Ne;
 using ::testing::Optional;
 
 // Far beyond any test: no deadline decides one, but in those that run into it on purpose.
@@ -89,6 +90,16 @@ TEST(HttpAnswer, IsTheOneBehindInterimAnswers) {
                             "HTTP/1.1 201 Created\r\nContent-Length: 2\r\n\r\n{}"});
   EXPECT_EQ(exchange.status, 201);
   EXPECT_THAT(exchange.body, Optional(Eq("{}")));
+}
+
+// libcurl up to 7.88 takes such a line for more of the last one before, which it has freed.
+TEST(HttpAnswer, ThatBeginsWithAFoldedLineHasNoPartInTheOneBefore) {
+  RawServer server({answering("200 OK", "{}"),
+                    {.bytes = "HTTP/1.1 200 OK\r\n folded: 2\r\nContent-Length: 2\r\n\r\n{}"}});
+  HttpClient client;
+  const HttpRequest request{.url = server.url("/"), .body = "{}", .deadline = kDeadline};
+  EXPECT_EQ(client.send(request).status, 200);
+  EXPECT_THAT(client.send(request).error, Optional(Ne("")));
 }
 
 TEST(HttpAnswer, RedirectIsNotFollowed) {
