@@ -280,6 +280,22 @@ TEST(WrittenJson, EscapesSlashesWhereAsked) {
             "{\n  \"a\": [\n    1\n  ],\n  \"b\": \"x\\/y\"\n}");
 }
 
+TEST(WrittenJson, EscapesEverySlashWhereverItStands) {
+  const struct {
+    const char* text;
+    const char* written;
+  } rows[] = {{"", R"("")"},
+              {"a", R"("a")"},
+              {"/", R"("\/")"},
+              {"//", R"("\/\/")"},
+              {"/a//b/", R"("\/a\/\/b\/")"},
+              {"\\/", R"("\\\/")"}};
+  for (const auto& row : rows) {
+    EXPECT_EQ(compactJsonEscapingSlashes(row.text), row.written);
+    EXPECT_EQ(indentedJsonEscapingSlashes(row.text), row.written);
+  }
+}
+
 TEST(WrittenJson, ReplacesIllFormedUtf8) {
   const json value = {{"a\xFFz", "\xE2\x82"}};
   EXPECT_EQ(compactJson(value), "{\"a\xEF\xBF\xBDz\":\"\xEF\xBF\xBD\"}");
