@@ -18,6 +18,7 @@ namespace {
 constexpr mode_t kOwnerOnlyFile = 0600;
 constexpr mode_t kOwnerOnlyFolder = 0700;
 constexpr std::size_t kReadPiece = 64 * 1024;
+constexpr std::size_t kWrittenAtOnce = 64 * 1024;
 constexpr std::size_t kMostOfNoRegularFile = 1024 * 1024;
 
 std::string lastError() { return std::generic_category().message(errno); }
@@ -40,11 +41,31 @@ bool renamed(const std::string& from, const std::string& to) {
   return uninterrupted([&] { return ::rename(from.c_str(), to.c_str()); }) == 0;
 }
 
-bool writeFlushed(const std::string& path, std::string_view bytes) {
+// Small pieces as one write, large ones as they are: a file of many entries takes few writes and no
+// copy of its own size.
+bool writePieces(const Descriptor& file, std::span<const std::string_view> pieces) {
+  std::string gathered;
+  const auto writeGathered = [&] {
+    const bool isWritten = writeAll(file, gathered);
+    gathered.clear();
+    return isWritten;
+  };
+  for (const std::string_view piece : pieces) {
+    if (gathered.size() + piece.size() > kWrittenAtOnce && !writeGathered()) return false;
+    if (piece.size() <= kWrittenAtOnce) {
+      gathered += piece;
+    } else if (!writeAll(file, piece)) {
+      return false;
+    }
+  }
+  return writeGathered();
+}
+
+bool writeFlushed(const std::string& path, std::span<const std::string_view> pieces) {
   // What stands there may be another's, a link or a FIFO: a new file, or none.
   uninterrupted([&] { return ::unlink(path.c_str()); });
   const Descriptor file(path.c_str(), O_WRONLY | O_CREAT | O_EXCL, kOwnerOnlyFile);
-  return file.valid() && writeAll(file, bytes) && flush(file.get());
+  return file.valid() && writePieces(file, pieces) && flush(file.get());
 }
 
 // False with errno set when `temporary` could not take the place of `path`.
@@ -138,8 +159,9 @@ void createFolders(const std::string& folder) {
 }
 
 std::optional<std::string> replaceFile(const std::string& path, const std::string& temporary,
-                                       std::string_view bytes, FolderInPlace folderInPlace) {
-  if (!writeFlushed(temporary, bytes) || !moveInto(path, temporary, folderInPlace)) {
+                                       std::span<const std::string_view> pieces,
+                                       FolderInPlace folderInPlace) {
+  if (!writeFlushed(temporary, pieces) || !moveInto(path, temporary, folderInPlace)) {
     auto reason = lastError();
     uninterrupted([&] { return ::unlink(temporary.c_str()); });
     return reason;
@@ -147,6 +169,11 @@ std::optional<std::string> replaceFile(const std::string& path, const std::strin
   const Descriptor folder(folderOf(path).c_str(), O_RDONLY);
   if (folder.valid()) flush(folder.get());
   return std::nullopt;
+}
+
+std::optional<std::string> replaceFile(const std::string& path, const std::string& temporary,
+                                       std::string_view bytes) {
+  return replaceFile(path, temporary, std::span(&bytes, 1));
 }
 
 bool appendLine(const std::string& path, std::string_view line) {

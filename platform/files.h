@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -43,13 +44,16 @@ void createFolders(const std::string& folder);
 
 enum class FolderInPlace { stands, isRemoved };
 
-// Replaces `path` by `bytes` as one step: they are written to `temporary` beside it, flushed to
-// disk and renamed, and the folder flushed behind that; a crash leaves the old file or the new
-// one. A folder at `path` is a failure, or is removed with its contents once the bytes are
-// written. The reason on failure (what stood there still does), none on success.
+// Replaces `path` by these `pieces`, one behind the other, as one step: they are written to
+// `temporary` beside it, flushed to disk and renamed, and the folder flushed behind that; a crash
+// leaves the old file or the new one. A folder at `path` is a failure, or is removed with its
+// contents once the pieces are written. The reason on failure (what stood there still does), none
+// on success.
 std::optional<std::string> replaceFile(const std::string& path, const std::string& temporary,
-                                       std::string_view bytes,
+                                       std::span<const std::string_view> pieces,
                                        FolderInPlace folderInPlace = FolderInPlace::stands);
+std::optional<std::string> replaceFile(const std::string& path, const std::string& temporary,
+                                       std::string_view bytes);
 
 // Appends `line` and then, as a second write, its line feed to the file at `path`, which must
 // exist. False when the file cannot be opened for writing; a failing write is not reported.

@@ -2,12 +2,18 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdint>
 #include <filesystem>
 #include <limits>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
 
 #include "tests/support/open_descriptors.h"
 #include "tests/support/temp_root.h"
@@ -193,13 +199,66 @@ TEST_F(CreateFolders, LeavesWhatStandsThere) {
   EXPECT_EQ(contentOf(below("file")), "content");
 }
 
-using ReplaceFile = Files;
+class ReplaceFile : public Files {
+ protected:
+  // What replaceFile says while no file can become longer than `most` bytes.
+  std::optional<std::string> replacedBelowLimit(rlim_t most,
+                                                std::span<const std::string_view> pieces) const {
+    rlimit before{};
+    EXPECT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
+    const rlimit limited{.rlim_cur = most, .rlim_max = before.rlim_max};
+    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+    EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, &limited), 0);
+    auto failure = replaceFile(below("file"), below("aside"), pieces);
+    EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, &before), 0);
+    std::signal(SIGXFSZ, handler);
+    return failure;
+  }
+};
 
 TEST_F(ReplaceFile, CreatesAFileForItsOwnerOnly) {
   EXPECT_EQ(replaceFile(below("file"), below("aside"), std::string(300000, 'n')), std::nullopt);
   EXPECT_TRUE(contentOf(below("file")) == std::string(300000, 'n'));
   EXPECT_EQ(modeOf(below("file")), 0600U);
   EXPECT_FALSE(fs::exists(below("aside")));
+}
+
+TEST_F(ReplaceFile, PutsPiecesOfAnySizeOneBehindTheOther) {
+  constexpr std::size_t kBuffer = 65536;
+  const std::vector<std::size_t> rows[] = {{},
+                                           {0},
+                                           {1, 0, 2},
+                                           {kBuffer},
+                                           {kBuffer - 1, 1, 1},
+                                           {kBuffer - 1, 2},
+                                           {3, kBuffer, 3},
+                                           {3, kBuffer + 1, 3, 0, 3 * kBuffer},
+                                           {kBuffer + 1, kBuffer + 1},
+                                           std::vector<std::size_t>(1000, 999)};
+  for (const auto& sizes : rows) {
+    std::vector<std::string> pieces;
+    std::string whole;
+    for (std::size_t i = 0; i < sizes.size(); ++i) {
+      pieces.emplace_back(sizes[i], static_cast<char>('a' + i % 26));
+      whole += pieces.back();
+    }
+    const std::vector<std::string_view> views(pieces.begin(), pieces.end());
+    EXPECT_EQ(replaceFile(below("file"), below("aside"), views), std::nullopt);
+    EXPECT_TRUE(contentOf(below("file")) == whole) << testing::PrintToString(sizes);
+  }
+}
+
+TEST_F(ReplaceFile, LeavesTheOldFileWhicheverPieceCannotBeWritten) {
+  writeFile(below("file"), "old");
+  const std::string small(40000, 's');
+  const std::string large(80000, 'l');
+  const std::vector<std::string_view> rows[] = {
+      {small}, {large}, {small, small}, {small, large}, {"before it", large}, {large, "behind it"}};
+  for (const auto& pieces : rows) {
+    EXPECT_THAT(replacedBelowLimit(39999, pieces), Optional(Eq(reasonOf(EFBIG))));
+    EXPECT_EQ(contentOf(below("file")), "old");
+    EXPECT_FALSE(fs::exists(below("aside")));
+  }
 }
 
 TEST_F(ReplaceFile, PutsANewFileInThePlaceOfTheOldOne) {
