@@ -7,31 +7,41 @@
 namespace pelmar {
 namespace {
 
-// Counts brackets outside of strings. Only asked about text that holds more brackets than
-// the limit allows levels, so that ordinary lines pay for two counts and no walk.
+// Goes through the bytes of `text` that stand outside of strings, up to the one at which `onByte`
+// says false; whether it came to the end.
+template <typename OnByte>
+bool walkOutsideStrings(std::string_view text, OnByte onByte) {
+  bool inString = false;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    if (c == '"') {
+      inString = !inString;
+    } else if (!inString) {
+      if (!onByte(i)) return false;
+    } else if (c == '\\') {
+      ++i;
+    }
+  }
+  return true;
+}
+
+// By how much a byte outside of strings changes the depth.
+int deeperBy(char c) {
+  if (c == '[' || c == '{') return 1;
+  return c == ']' || c == '}' ? -1 : 0;
+}
+
+// Only text that holds more brackets than the limit allows levels is walked, so that ordinary lines
+// pay for two counts.
 bool isNestedDeeper(std::string_view text, int maxDepth) {
   const auto opening =
       std::count(text.begin(), text.end(), '[') + std::count(text.begin(), text.end(), '{');
   if (opening <= maxDepth) return false;
   int depth = 0;
-  bool inString = false;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const char c = text[i];
-    if (inString) {
-      if (c == '\\') {
-        ++i;
-      } else if (c == '"') {
-        inString = false;
-      }
-    } else if (c == '"') {
-      inString = true;
-    } else if (c == '[' || c == '{') {
-      if (++depth > maxDepth) return true;
-    } else if (c == ']' || c == '}') {
-      --depth;
-    }
-  }
-  return false;
+  return !walkOutsideStrings(text, [&](std::size_t at) {
+    depth += deeperBy(text[at]);
+    return depth <= maxDepth;
+  });
 }
 
 std::string escapingSlashes(std::string text) {
@@ -64,6 +74,28 @@ std::optional<json> parseJsonObject(std::string_view text, int maxDepth) {
   auto value = parseJson(text, maxDepth);
   if (!value || !value->is_object()) return std::nullopt;
   return value;
+}
+
+bool forEachMember(std::string_view text,
+                   const std::function<void(const std::string& key, const json& value)>& onMember) {
+  if (text.find('\0') != std::string_view::npos || isNestedDeeper(text, kMaxJsonDepth) ||
+      !json::accept(text.begin(), text.end())) {
+    return false;
+  }
+  std::size_t begin = text.find_first_of("{[\"");  // of a member: first behind the root's bracket
+  if (begin == text.npos || text[begin] != '{') return false;
+  ++begin;
+  int depth = 0;
+  return walkOutsideStrings(text, [&](std::size_t at) {
+    depth += deeperBy(text[at]);
+    if (depth > 1 || (text[at] != ',' && text[at] != '}')) return true;
+    if (depth == 1 && text[at] == '}') return true;  // of a member
+    const auto member = parseJsonObject('{' + std::string(text.substr(begin, at - begin)) + '}');
+    if (!member) return false;
+    for (const auto& [key, value] : member->items()) onMember(key, value);
+    begin = at + 1;
+    return true;
+  });
 }
 
 const std::string* stringAt(const json& object, const char* key) {

@@ -5,6 +5,7 @@
 // Nothing here throws, whatever the text.
 
 #include <cstdint>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
@@ -24,6 +25,12 @@ std::optional<json> parseJson(std::string_view text, int maxDepth = kMaxJsonDept
 
 // As parseJson, and none when the top level is not an object.
 std::optional<json> parseJsonObject(std::string_view text, int maxDepth = kMaxJsonDepth);
+
+// Hands over the members of the object that `text` holds, one after the other as they stand there,
+// and holds the value of one only. False, and nothing is handed over, where parseJsonObject is
+// none.
+bool forEachMember(std::string_view text,
+                   const std::function<void(const std::string& key, const json& value)>& onMember);
 
 // The string at `key` of `object`, or null when the key is absent or holds another type.
 // Points into `object`.
