@@ -1,5 +1,6 @@
 #include "status/sessions.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <map>
 #include <set>
@@ -100,10 +101,10 @@ class Look {
                     .path = path,
                     .size = sizeOf(path).value_or(0)};
     const auto known = cursor_.find(path);
-    const json values = known == cursor_.end() ? json::object() : known->second.values;
-    session.offset = startOffset(values, session.size).value_or(session.size);
+    const auto stored = known == cursor_.end() ? 0 : known->second.offset();
+    session.offset = std::min(stored, session.size);
     session.behind = session.size - session.offset;
-    if (known != cursor_.end()) readState(values, session);
+    if (known != cursor_.end()) readState(known->second.values(), session);
     session.heldUpBy = refusalsOf(session, activity_);
     found_.backlog += session.behind;
     found_.sessions.push_back(std::move(session));

@@ -8,12 +8,12 @@
 #include <optional>
 #include <string>
 
-#include "audit/line_processing.h"
+#include "watcher/cursor_entry.h"
 
 namespace pelmar {
 
 // By the absolute path of the transcript. Entries are added, never removed.
-using CursorState = std::map<std::string, FileState>;
+using CursorState = std::map<std::string, CursorEntry>;
 
 struct LoadedCursor {
   CursorState state{};

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "audit/line_processing.h"
@@ -18,15 +20,13 @@
 namespace pelmar {
 namespace {
 
-constexpr const char* kOffset = "offset";
-
 constexpr Logger logger("cowork-watcher");
 
-FileState newFileState(std::int64_t offset) {
-  return {.values = {{kOffset, offset},
-                     {runState::kRunId, nullptr},
-                     {runState::kWorkflowId, nullptr},
-                     {runState::kStepPosition, 0}}};
+CursorEntry newEntry(std::int64_t offset) {
+  return CursorEntry({{CursorEntry::kOffset, offset},
+                      {runState::kRunId, nullptr},
+                      {runState::kWorkflowId, nullptr},
+                      {runState::kStepPosition, 0}});
 }
 
 void saveCursor(const CursorFile& cursorFile, const CursorState& state, Journal& journal) {
@@ -60,7 +60,7 @@ std::int64_t decodedLength(std::string_view bytes) {
 // One transcript's share of a pass.
 struct Reading {
   const std::string& path;
-  FileState& fileState;
+  CursorState& state;
   Journal& journal;
   const ObserveClient& client;
   const std::string& agentSlug;
@@ -69,10 +69,10 @@ struct Reading {
 // Reports the complete lines of `bytes`, which begin at `start` in a transcript of `size` bytes,
 // and returns the new offset. Never below `start`: where the bytes end inside a character, its
 // replacement is counted longer than what was read of it.
-std::int64_t reportLines(const Reading& reading, std::string_view bytes, std::int64_t start,
-                         std::int64_t size) {
+std::int64_t reportLines(const Reading& reading, FileState& fileState, std::string_view bytes,
+                         std::int64_t start, std::int64_t size) {
   std::int64_t running = start;
-  const auto& values = reading.fileState.values;
+  const auto& values = fileState.values;
   const auto onRecorded = [&](const std::string& key) { reading.journal.addEvent(values, key); };
   const std::string_view partial = splitLinesKeepPartial(bytes, [&](std::string_view text) {
     if (trimmedBlanks(text).empty()) {
@@ -82,8 +82,8 @@ std::int64_t reportLines(const Reading& reading, std::string_view bytes, std::in
     Line line = decode(text);
     if (!line.object) {
       logger.error("skipping malformed line in " + reading.path);
-    } else if (!processLine(std::move(*line.object), reading.fileState, reading.client,
-                            reading.agentSlug, reading.path, onRecorded)) {
+    } else if (!processLine(std::move(*line.object), fileState, reading.client, reading.agentSlug,
+                            reading.path, onRecorded)) {
       return false;
     }
     running += line.length;
@@ -93,21 +93,25 @@ std::int64_t reportLines(const Reading& reading, std::string_view bytes, std::in
   return std::max(start, std::min(size - decodedLength(partial), running));
 }
 
-// Whether `reading` read anything.
-bool readNewLines(const Reading& reading, std::int64_t size) {
-  const auto start = startOffset(reading.fileState.values, size);
-  if (!start) return false;
+// Whether `reading` read anything behind `start`.
+bool readNewLines(const Reading& reading, std::int64_t start, std::int64_t size) {
   // A negative offset ends the process once the file is open; what lies behind it may overflow.
-  const std::int64_t length = *start < 0 ? 0 : size - *start;
-  const RangeRead read = readRange(reading.path, *start, length);
+  const std::int64_t length = start < 0 ? 0 : size - start;
+  const RangeRead read = readRange(reading.path, start, length);
   if (!read.isOpened) return false;
   if (!read.bytes) {
     logger.error("seek/read failed for " + reading.path);
     return false;
   }
-  auto& values = reading.fileState.values;
-  reading.journal.begin(reading.path, values);
-  values[kOffset] = reportLines(reading, *read.bytes, *start, size);
+  auto known = reading.state.find(reading.path);
+  if (known == reading.state.end()) {
+    known = reading.state.emplace(reading.path, newEntry(0)).first;
+  }
+  FileState& fileState = known->second.open();
+  reading.journal.begin(reading.path, fileState.values);
+  fileState.values[CursorEntry::kOffset] =
+      reportLines(reading, fileState, *read.bytes, start, size);
+  known->second.rewrite();
   return true;
 }
 
@@ -124,31 +128,31 @@ std::vector<std::string> unknownOf(const std::vector<std::string>& files,
 
 }  // namespace
 
-std::optional<std::int64_t> startOffset(const json& values, std::int64_t size) {
-  const auto stored = values.find(kOffset);
-  const auto offset = stored == values.end() ? 0 : exactInteger(*stored).value_or(0);
-  if (offset >= size) return std::nullopt;
-  return offset;
-}
-
 void resume(CursorState& state, Journal& journal) {
   const auto entries = journal.load();
+  std::set<CursorEntry*> changed;
   for (const JournalEntry& entry : entries) {
-    if (entry.isNew) state.try_emplace(entry.transcript, newFileState(0));
+    if (entry.isNew) {
+      state.try_emplace(entry.transcript, newEntry(0));
+      continue;
+    }
     const auto known = state.find(entry.transcript);
     if (known == state.end()) continue;  // changes of what nobody kept
-    json& values = known->second.values;
+    changed.insert(&known->second);
+    json& values = known->second.open().values;
     values.update(entry.values);
-    if (entry.offset) values[kOffset] = *entry.offset;
+    if (entry.offset) values[CursorEntry::kOffset] = *entry.offset;
   }
   for (const JournalEntry& entry : entries) {
     const auto known = state.find(entry.transcript);
     if (!entry.seenKey || known == state.end()) continue;
-    auto& [values, seenKeys] = known->second;
+    changed.insert(&known->second);
+    auto& [values, seenKeys] = known->second.open();
     seenKeys.attach(values);  // from here on the list is only added to
     seenKeys.add(values, *entry.seenKey);
     seenKeys.trim(values);
   }
+  for (CursorEntry* entry : changed) entry->rewrite();
 }
 
 void pollOnce(CursorState& state, const CursorFile& cursorFile, Journal& journal,
@@ -161,22 +165,17 @@ void pollOnce(CursorState& state, const CursorFile& cursorFile, Journal& journal
     const auto size = sizeOf(path);
     if (!size) continue;
     const auto known = state.find(path);
-    std::optional<FileState> unknown;
-    if (known == state.end()) {
-      if (*size > 0) journal.addNew({path});  // it may have been empty when the pass began
-      unknown = newFileState(0);
-    }
-    const Reading reading{.path = path,
-                          .fileState = unknown ? *unknown : known->second,
-                          .journal = journal,
-                          .client = client,
-                          .agentSlug = agentSlug};
-    if (!readNewLines(reading, *size)) continue;
-    if (unknown) state.emplace(path, *std::move(unknown));
+    const auto start = known == state.end() ? 0 : known->second.offset();
+    if (start >= *size) continue;
+    if (known == state.end()) journal.addNew({path});  // it may have been empty until now
+    const Reading reading{
+        .path = path, .state = state, .journal = journal, .client = client, .agentSlug = agentSlug};
+    if (!readNewLines(reading, start, *size)) continue;
     saveCursor(cursorFile, state, journal);
     std::erase(waiting, path);
     journal.addNew(waiting);  // again, where the save has emptied it
   }
+  for (auto& [path, entry] : state) entry.endPass();
 }
 
 void seedCursorToEOF(CursorState& state, const CursorFile& cursorFile, Journal& journal) {
@@ -185,7 +184,7 @@ void seedCursorToEOF(CursorState& state, const CursorFile& cursorFile, Journal& 
     if (state.contains(path)) continue;
     const auto size = sizeOf(path);
     if (!size) continue;
-    state.emplace(path, newFileState(*size));
+    state.emplace(path, newEntry(*size));
     ++seeded;
   }
   if (seeded == 0) return;

@@ -3,9 +3,6 @@
 // One look at every transcript. Nothing that goes wrong leaves the pass: each problem costs its own
 // file or line. The only way out is the end of the process by a negative stored offset.
 
-#include <cstdint>
-#include <nlohmann/json.hpp>
-#include <optional>
 #include <string>
 
 #include "journal/journal.h"
@@ -13,10 +10,6 @@
 #include "watcher/cursor_file.h"
 
 namespace pelmar {
-
-// Where reading goes on in a transcript of `size` bytes whose per-file state is `values`, or none
-// when it holds nothing new.
-std::optional<std::int64_t> startOffset(const nlohmann::json& values, std::int64_t size);
 
 // Brings `state` up to what the journal says was recorded since the cursor file was saved. Only for
 // the state of a cursor file that could be loaded, or of none.

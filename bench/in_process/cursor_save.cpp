@@ -36,16 +36,18 @@ CursorState stateOf(std::size_t transcripts) {
       keys.push_back(nameOf(i * kKeys + k) + ":tool_use:toolu_" + std::to_string(100000000 + k));
     }
     state.emplace("/home/me/.claude/projects/garden-planner/" + nameOf(i) + ".jsonl",
-                  FileState{.values = std::move(values)});
+                  CursorEntry(values));
   }
   return state;
 }
 
 void save(benchmark::State& state, CursorState& cursor, const CursorFile& file) {
-  auto& grown = cursor.begin()->second.values;
+  CursorEntry& grown = cursor.begin()->second;
   std::int64_t offset = 2000000;
   for ([[maybe_unused]] auto _ : state) {
-    grown["offset"] = ++offset;
+    grown.open().values[CursorEntry::kOffset] = ++offset;
+    grown.rewrite();
+    grown.endPass();
     if (const auto failure = file.save(cursor)) state.SkipWithError(failure->c_str());
   }
 }

@@ -14,6 +14,7 @@
 
 namespace {
 
+using pelmar::CursorEntry;
 using pelmar::CursorFile;
 using pelmar::CursorState;
 using pelmar::Journal;
@@ -25,7 +26,7 @@ constexpr int kIdlePasses = 10;
 std::size_t seenKeys(const CursorState& state) {
   std::size_t count = 0;
   for (const auto& [path, file] : state)
-    count += file.values.value("seen_keys", nlohmann::json()).size();
+    count += file.values().value("seen_keys", nlohmann::json()).size();
   return count;
 }
 
@@ -56,7 +57,10 @@ int main(int argc, char** argv) {
       for (int i = 0; i < kIdlePasses; ++i) agent.pass();
     });
   } else if (what == "skip") {
-    for (auto& [path, file] : agent.state) file.values["offset"] = 0;
+    for (auto& [path, entry] : agent.state) {
+      entry.open().values[CursorEntry::kOffset] = 0;
+      entry.rewrite();
+    }
     measured([&agent] { agent.pass(); });
   } else if (what == "save") {
     measured([&agent] { static_cast<void>(agent.cursorFile.save(agent.state)); });

@@ -30,7 +30,7 @@ ObserveClient AgentHome::client() {
 }
 
 std::int64_t AgentHome::offsetIn(const CursorState& state) const {
-  return state.at(transcript_).values.at("offset").get<std::int64_t>();
+  return state.at(transcript_).values().at("offset").get<std::int64_t>();
 }
 
 AgentHome& agentHome() {

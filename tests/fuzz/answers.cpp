@@ -40,12 +40,12 @@ void checkState(const CursorState& state) {
           "the offset stays in the transcript");
   require(offset == 0 || lines[static_cast<std::size_t>(offset - 1)] == '\n',
           "the offset stands at the begin of a line");
-  const json& values = state.at(agentHome().transcript()).values;
+  const json values = state.at(agentHome().transcript()).values();
   for (const char* key : {"run_id", "workflow_id"}) {
     require(values.at(key).is_null() || values.at(key).is_string(), "ids are strings or null");
   }
   const auto loaded = CursorFile(agentHome().cursor()).load().state;
-  require(loaded.at(agentHome().transcript()).values == values, "the state was saved");
+  require(loaded.at(agentHome().transcript()).values() == values, "the state was saved");
 }
 
 // That what was answered with success was reported once, and nothing behind the offset.

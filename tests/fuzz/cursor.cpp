@@ -22,7 +22,7 @@ constexpr std::size_t kMostEntries = 8;
 
 json valuesOf(const CursorState& state) {
   json values = json::object();
-  for (const auto& [path, file] : state) values[path] = file.values;
+  for (const auto& [path, file] : state) values[path] = file.values();
   return values;
 }
 
@@ -40,7 +40,7 @@ void checkPass(const json& values) {
   home.writeTranscript(kLines);
   const std::int64_t offset = exactInteger(values.value("offset", json(0))).value_or(0);
   CursorState state;
-  state.emplace(home.transcript(), FileState{.values = values});
+  state.emplace(home.transcript(), CursorEntry(values));
   try {
     home.pass(state, "");
     require(offset >= 0, "a negative offset ends the process");
@@ -50,10 +50,10 @@ void checkPass(const json& values) {
   }
   const auto size = static_cast<std::int64_t>(std::string_view(kLines).size());
   if (offset >= size) {
-    require(state.at(home.transcript()).values == values, "without news an entry stays");
+    require(state.at(home.transcript()).values() == values, "without news an entry stays");
   } else {
     require(home.offsetIn(state) == size, "a pass reads to the end");
-    const json& keys = state.at(home.transcript()).values.value("seen_keys", json::array());
+    const json& keys = state.at(home.transcript()).values().value("seen_keys", json::array());
     require(keys.is_array() && keys.size() <= 10000, "seen keys are a list with an end");
   }
   reloaded(state);
@@ -68,7 +68,7 @@ void check(std::string_view text) {
   std::size_t count = 0;
   for (const auto& [path, entry] : state) {
     if (++count > kMostEntries) return;
-    checkPass(entry.values);
+    checkPass(entry.values());
   }
 }
 

@@ -61,8 +61,9 @@ void check(std::string_view input) {
   const CursorFile file(home.cursor());
   auto [state, problem] = file.load();
   const auto own = state.find(home.transcript());
-  const bool isNegative = own != state.end() &&
-                          exactInteger(own->second.values.value("offset", json(0))).value_or(0) < 0;
+  const bool isNegative =
+      own != state.end() &&
+      exactInteger(own->second.values().value("offset", json(0))).value_or(0) < 0;
   Journal journal(home.cursor());
   if (problem.empty()) resume(state, journal);
   try {
@@ -74,7 +75,7 @@ void check(std::string_view input) {
   require(!file.save(state), "what was resumed can be saved");
   require(Journal(home.cursor()).load().empty(), "a journal is of no use to the next cursor file");
   for (const auto& [transcript, entry] : file.load().state) {
-    require(entry.values == state.at(transcript).values, "what was saved is what was resumed");
+    require(entry.values() == state.at(transcript).values(), "what was saved is what was resumed");
   }
 }
 

@@ -24,7 +24,7 @@ CursorState stateOf(const std::string& jsonText) {
   CursorState state;
   const json parsed = json::parse(jsonText);
   for (const auto& [path, values] : parsed.items()) {
-    state.emplace(path, FileState{.values = values});
+    state.emplace(path, CursorEntry(values));
   }
   return state;
 }
@@ -32,7 +32,7 @@ CursorState stateOf(const std::string& jsonText) {
 // As compact JSON text.
 std::string textOf(const CursorState& state) {
   json all = json::object();
-  for (const auto& [path, file] : state) all[path] = file.values;
+  for (const auto& [path, file] : state) all[path] = file.values();
   return all.dump();
 }
 
@@ -125,6 +125,67 @@ TEST(CursorFileLoad, BothFormsOfASlashAreRead) {
             R"({"/home/a":{"run_id":"x/y"},"/home/b":{"run_id":"x/y"}})");
 }
 
+TEST(CursorFileLoad, OfEntriesOfOnePathTheLastCounts) {
+  const TempRoot root;
+  EXPECT_EQ(loaded(root, R"({"/a": {"offset": 1}, "/b": {}, "/a": {"run_id": "r"}})"),
+            R"({"/a":{"run_id":"r"},"/b":{}})");
+  EXPECT_EQ(loaded(root, R"({"/a": 7, "/a": {"offset": 1}})"), R"({"/a":{"offset":1}})");
+  EXPECT_EQ(loaded(root, R"({"/a": {"offset": 1}, "/a": 7})"), "{}");
+}
+
+TEST(CursorFileLoad, SaysWhyTheStateIsEmpty) {
+  const TempRoot root;
+  const CursorFile file(root.cursor());
+  EXPECT_EQ(file.load().problem, "");
+  writeFile(root.cursor(), "{}");
+  EXPECT_EQ(file.load().problem, "");
+  writeFile(root.cursor(), R"({"/a": 7)");
+  EXPECT_EQ(file.load().problem, root.cursor() + " is no JSON object");
+  writeFile(root.cursor(), "[]");
+  EXPECT_EQ(file.load().problem, root.cursor() + " is no JSON object");
+  writeFile(root.cursor(), R"({"/a": 7, "/b": {}})");
+  EXPECT_EQ(file.load().problem, root.cursor() + " has an entry that is no object");
+}
+
+TEST(CursorFileSave, EveryByteIsSettled) {
+  const TempRoot root;
+  const CursorFile file(root.cursor());
+  EXPECT_EQ(file.save({}), std::nullopt);
+  EXPECT_EQ(contentOf(root.cursor()), "{\n}\n");
+  writeFile(root.cursor(), R"({"/z/\u00e9 \"\n":{"b":[],"a":{},"b":[1.0,-0.0,[{"/":"\/"}]]},
+      "\/a" : {"offset":1e2, "é":"\ud83d\ude00\u0000\u001f\\", "n":18446744073709551616,
+      "empty":""}, "/b":{}, "":{"offset":-9223372036854775808,"d":0.1,"t":true,"x":null}})");
+  EXPECT_EQ(file.save(file.load().state), std::nullopt);
+  EXPECT_EQ(contentOf(root.cursor()), R"({
+"": {
+  "d": 0.1,
+  "offset": -9223372036854775808,
+  "t": true,
+  "x": null
+},
+"\/a": {
+  "empty": "",
+  "n": 1.8446744073709552e+19,
+  "offset": 100.0,
+  "é": "😀\u0000\u001f\\"
+},
+"\/b": {},
+"\/z\/é \"\n": {
+  "a": {},
+  "b": [
+    1.0,
+    -0.0,
+    [
+      {
+        "\/": "\/"
+      }
+    ]
+  ]
+}
+}
+)");
+}
+
 TEST(CursorFileSave, WritesIndentedSortedJsonWithEscapedSlashes) {
   const TempRoot root;
   const auto failure = CursorFile(root.cursor()).save(stateOf(R"({"/b": {"offset": 1}, "/a":
@@ -176,7 +237,7 @@ TEST(CursorFileSave, EmptyStateIsAnEmptyObject) {
 TEST(CursorFileSave, PathThatIsNotUtf8LeavesTheFileReadable) {
   const TempRoot root;
   CursorState state = stateOf(R"({"/a": {"offset": 1}})");
-  state.emplace("/\xFF", FileState{.values = {{"offset", 2}}});
+  state.emplace("/\xFF", CursorEntry(json{{"offset", 2}}));
   EXPECT_EQ(CursorFile(root.cursor()).save(state), std::nullopt);
   EXPECT_EQ(textOf(CursorFile(root.cursor()).load().state),
             json::parse(R"({"/a": {"offset": 1}, "/\uFFFD": {"offset": 2}})").dump());

@@ -56,7 +56,7 @@ TEST_F(PollFailures, UnreadableTranscriptKeepsItsEntryWhateverItsOffset) {
     store(path, entry);
     const test::WithoutPrivileges nobody;
     EXPECT_THAT(poll(), IsEmpty());
-    EXPECT_THAT(state_.at(path).values, IsJson(entry));
+    EXPECT_THAT(state_.at(path).values(), IsJson(entry));
   }
 }
 
@@ -146,10 +146,11 @@ TEST_F(PollMeanwhile, WhatIsAppendedToTheTranscriptBeingReadWaitsForTheNextPass)
     if (!isAppended) appendToFile(first_, userLine("later"));
     isAppended = true;
   });
-  EXPECT_EQ(state_.at(first_).values.at("offset"), userLine("a").size());
+  EXPECT_EQ(state_.at(first_).values().at("offset"), userLine("a").size());
   pollWhile([] {});
-  EXPECT_EQ(state_.at(first_).values.at("offset"), userLine("a").size() + userLine("later").size());
-  EXPECT_THAT(state_.at(first_).values.at("seen_keys"), SizeIs(2));
+  EXPECT_EQ(state_.at(first_).values().at("offset"),
+            userLine("a").size() + userLine("later").size());
+  EXPECT_THAT(state_.at(first_).values().at("seen_keys"), SizeIs(2));
 }
 
 // Without a service, whose threads a forked child would lack.
@@ -168,18 +169,18 @@ TEST_F(PollDeathTest, NegativeStoredOffsetEndsTheProcess) {
   const auto path = root_.addTranscript("a", userLine("one"));
   for (const char* entry :
        {R"({"offset": -1})", R"({"offset": -1.0})", R"({"offset": -9223372036854775808})"}) {
-    state_[path] = FileState{.values = json::parse(entry)};
+    state_[path] = CursorEntry(json::parse(entry));
     EXPECT_DEATH(poll(), "Fatal error: a stored offset is negative") << entry;
   }
 }
 
 TEST_F(PollDeathTest, NegativeStoredOffsetOfAnEmptyTranscriptEndsTheProcessToo) {
-  state_[root_.addTranscript("a", "")] = FileState{.values = {{"offset", -1}}};
+  state_[root_.addTranscript("a", "")] = CursorEntry(json{{"offset", -1}});
   EXPECT_DEATH(poll(), "Fatal error: a stored offset is negative");
 }
 
 TEST_F(PollDeathTest, NegativeStoredOffsetOfATranscriptThatIsGoneDoesNot) {
-  state_["/gone.jsonl"] = FileState{.values = {{"offset", -1}}};
+  state_["/gone.jsonl"] = CursorEntry(json{{"offset", -1}});
   poll();
   EXPECT_THAT(state_, SizeIs(1));
 }

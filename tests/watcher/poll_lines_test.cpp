@@ -160,7 +160,7 @@ TEST_F(PollLines, OfDuplicateKeysTheLastWins) {
                        "\n"),
               IsEmpty());
   EXPECT_THAT(texts(), ElementsAre("first", "two"));
-  EXPECT_EQ(state_.at(path_).values.at("seen_keys").back(), "b:user_message:");
+  EXPECT_EQ(state_.at(path_).values().at("seen_keys").back(), "b:user_message:");
 }
 
 // A user line whose message holds `bytes` as they are.

@@ -49,7 +49,7 @@ TEST_F(PollOffsets, NewTranscriptIsReadFromItsBeginAndSaved) {
   const auto path = root_.addTranscript("a", content);
   poll();
   EXPECT_THAT(texts(), ElementsAre("one", "two"));
-  EXPECT_THAT(state_.at(path).values,
+  EXPECT_THAT(state_.at(path).values(),
               IsJson(json({{"offset", content.size()},
                            {"run_id", "R"},
                            {"workflow_id", "W"},
@@ -57,13 +57,14 @@ TEST_F(PollOffsets, NewTranscriptIsReadFromItsBeginAndSaved) {
                            {"_last_user_message", "two"},
                            {"seen_keys", {"one:user_message:", "two:user_message:"}}})
                          .dump()));
-  EXPECT_EQ(json::parse(contentOf(root_.cursor())).at(path).dump(), state_.at(path).values.dump());
+  EXPECT_EQ(json::parse(contentOf(root_.cursor())).at(path).dump(),
+            state_.at(path).values().dump());
 }
 
 TEST_F(PollOffsets, NewTranscriptWithoutACompleteLineGetsAFreshEntry) {
   const auto path = root_.addTranscript("a", R"({"type":)");
   EXPECT_THAT(poll(), IsEmpty());
-  EXPECT_THAT(state_.at(path).values, IsJson(R"({"offset": 0, "run_id": null,
+  EXPECT_THAT(state_.at(path).values(), IsJson(R"({"offset": 0, "run_id": null,
                                                  "workflow_id": null, "step_position": 0})"));
   EXPECT_EQ(savedOffsetOf(path), "0");
 }
@@ -120,7 +121,7 @@ TEST_F(PollOffsets, StoredOffsetDecidesWhereReadingBegins) {
     sent.erase(sent.begin(), sent.begin() + static_cast<std::ptrdiff_t>(before));
     EXPECT_EQ(sent, row.texts) << row.entry;
     if (row.texts.empty()) {
-      EXPECT_THAT(state_.at(path).values, IsJson(row.entry));
+      EXPECT_THAT(state_.at(path).values(), IsJson(row.entry));
     } else {
       EXPECT_EQ(offsetOf(path), std::to_string(size)) << row.entry;
     }
@@ -131,7 +132,7 @@ TEST_F(PollOffsets, EmptyTranscriptWithAnUnusableOffsetIsLeftAlone) {
   const auto path = root_.addTranscript("a", "");
   store(path, R"({"offset": "x"})");
   EXPECT_THAT(poll(), IsEmpty());
-  EXPECT_THAT(state_.at(path).values, IsJson(R"({"offset": "x"})"));
+  EXPECT_THAT(state_.at(path).values(), IsJson(R"({"offset": "x"})"));
   EXPECT_FALSE(std::filesystem::exists(root_.cursor()));
 }
 
@@ -224,7 +225,7 @@ TEST_F(PollOffsets, KnownTranscriptKeepsAllThatIsRememberedOfIt) {
       "offset": 3, "run_id": "R", "workflow_id": "W", "step_position": 7, "seen_keys": ["k"],
       "daily_session_date": "D", "_last_user_message": "t", "run_completed": true,
       "further": {"a": 1.0}})";
-  EXPECT_THAT(state_.at(path).values, IsJson(expected));
+  EXPECT_THAT(state_.at(path).values(), IsJson(expected));
   EXPECT_THAT(json::parse(contentOf(root_.cursor())).at(path), IsJson(expected));
 }
 

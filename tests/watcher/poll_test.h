@@ -50,16 +50,16 @@ class PollTest : public ServiceTest {
   // The stored offset of a transcript, and the one in the cursor file; "none" without an entry.
   std::string offsetOf(const std::string& path) const {
     const auto entry = state_.find(path);
-    return entry == state_.end() ? "none" : entry->second.values.at("offset").dump();
+    return entry == state_.end() ? "none" : entry->second.values().at("offset").dump();
   }
   std::string savedOffsetOf(const std::string& path) const {
     const auto saved = CursorFile(root_.cursor()).load().state;
     const auto entry = saved.find(path);
-    return entry == saved.end() ? "none" : entry->second.values.at("offset").dump();
+    return entry == saved.end() ? "none" : entry->second.values().at("offset").dump();
   }
 
   void store(const std::string& path, const std::string& entry) {
-    state_[path] = FileState{.values = json::parse(entry)};
+    state_[path] = CursorEntry(json::parse(entry));
   }
 
   CursorState state_;

@@ -269,7 +269,7 @@ TEST_F(Resume, TheOffsetStandsBehindTheLastHandledLine) {
   CursorState state;
   Journal journal(root_.cursor());
   resume(state, journal);
-  EXPECT_EQ(state.at(path).values.at("offset"), user("one").size());
+  EXPECT_EQ(state.at(path).values().at("offset"), user("one").size());
 }
 
 TEST_F(Resume, AListOfKeysThatIsNoneIsBegunAnew) {
@@ -278,10 +278,10 @@ TEST_F(Resume, AListOfKeysThatIsNoneIsBegunAnew) {
   journal.begin("/t", json::object());
   journal.addEvent(json::object(), "a");
   CursorState state;
-  state["/t"].values = {{"seen_keys", "no list"}};
+  state["/t"] = CursorEntry(json{{"seen_keys", "no list"}});
   Journal next(root_.cursor());
   resume(state, next);
-  EXPECT_EQ(state.at("/t").values.dump(), R"({"seen_keys":["a"]})");
+  EXPECT_EQ(state.at("/t").values().dump(), R"({"seen_keys":["a"]})");
 }
 
 TEST_F(Resume, ManyEventsOfTheJournalKeepTheNewestKeys) {
@@ -294,7 +294,7 @@ TEST_F(Resume, ManyEventsOfTheJournalKeepTheNewestKeys) {
   CursorState state;
   Journal next(root_.cursor());
   resume(state, next);
-  const json& keys = state.at("/t").values.at("seen_keys");
+  const json keys = state.at("/t").values().at("seen_keys");
   EXPECT_EQ(keys.size(), 5001U);
   EXPECT_EQ(keys.back(), "10001");
 }

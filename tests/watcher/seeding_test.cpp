@@ -41,8 +41,8 @@ TEST(SeedCursor, UnknownTranscriptsAreSeededAtTheirEndAndSaved) {
   const std::string empty = root.addTranscript("empty", "");
   const Seeding seeding = seed(root);
   ASSERT_EQ(seeding.state.size(), 2U);
-  EXPECT_EQ(seeding.state.at(full).values.dump(), entryAt(100));
-  EXPECT_EQ(seeding.state.at(empty).values.dump(), entryAt(0));
+  EXPECT_EQ(seeding.state.at(full).values().dump(), entryAt(100));
+  EXPECT_EQ(seeding.state.at(empty).values().dump(), entryAt(0));
 
   const json saved = json::parse(contentOf(root.cursor()));
   ASSERT_EQ(saved.size(), 2U);
@@ -62,7 +62,7 @@ TEST(SeedCursor, LogsHowManyWereSeeded) {
 TEST(SeedCursor, OffsetCountsBytesWhateverTheyAre) {
   const TempRoot root;
   const std::string path = root.addTranscript("a", "\xFF\xE2\x82\n😀 unfinished");
-  EXPECT_EQ(seed(root).state.at(path).values.dump(), entryAt(19));
+  EXPECT_EQ(seed(root).state.at(path).values().dump(), entryAt(19));
 }
 
 TEST(SeedCursor, KnownEntriesAreLeftUntouched) {
@@ -75,10 +75,10 @@ TEST(SeedCursor, KnownEntriesAreLeftUntouched) {
                                  {"/gone.jsonl", {{"offset", 3}}}})
                                .dump());
   const Seeding seeding = seed(root);
-  EXPECT_EQ(seeding.state.at(known).values.dump(), R"({"further":1.0,"offset":50,"run_id":"r"})");
-  EXPECT_EQ(seeding.state.at(strange).values.dump(), "{}");
-  EXPECT_EQ(seeding.state.at("/gone.jsonl").values.dump(), R"({"offset":3})");
-  EXPECT_EQ(seeding.state.at(fresh).values.dump(), entryAt(7));
+  EXPECT_EQ(seeding.state.at(known).values().dump(), R"({"further":1.0,"offset":50,"run_id":"r"})");
+  EXPECT_EQ(seeding.state.at(strange).values().dump(), "{}");
+  EXPECT_EQ(seeding.state.at("/gone.jsonl").values().dump(), R"({"offset":3})");
+  EXPECT_EQ(seeding.state.at(fresh).values().dump(), entryAt(7));
   EXPECT_THAT(seeding.log, testing::HasSubstr("seeded cursor to EOF for 1 audit files"));
   EXPECT_EQ(json::parse(contentOf(root.cursor())),
             json({{known, {{"offset", 50}, {"run_id", "r"}, {"further", 1.0}}},
@@ -111,7 +111,7 @@ TEST(SeedCursor, UnusableCursorFileSeedsEveryTranscriptAgain) {
   writeFile(root.cursor(), json({{path, {{"offset", 50}}}, {"/b.jsonl", "text"}}).dump());
   const Seeding seeding = seed(root);
   EXPECT_EQ(seeding.state.size(), 1U);
-  EXPECT_EQ(seeding.state.at(path).values.dump(), entryAt(80));
+  EXPECT_EQ(seeding.state.at(path).values().dump(), entryAt(80));
 }
 
 TEST(SeedCursor, FailureToSaveIsLoggedAndTheStateKept) {
@@ -119,7 +119,7 @@ TEST(SeedCursor, FailureToSaveIsLoggedAndTheStateKept) {
   const std::string path = root.addTranscript("a", std::string(80, 'x'));
   writeFile(root.home() + "/.pelmar", "in the way of the folder");
   const Seeding seeding = seed(root);
-  EXPECT_EQ(seeding.state.at(path).values.dump(), entryAt(80));
+  EXPECT_EQ(seeding.state.at(path).values().dump(), entryAt(80));
   EXPECT_THAT(seeding.log,
               testing::EndsWith(" error cowork-watcher cursor save failed: Not a directory\n"));
 }
