@@ -90,9 +90,13 @@ std::vector<JournalEntry> Journal::load() {
   if (!text) return entries;
   std::string_view rest = *text;
   std::uint64_t checksum = kFnvBasis;
-  const auto header = takeRecord(rest, checksum);
+  auto header = takeRecord(rest, checksum);
+  if (header && header->contains(kNew)) {
+    const bool isGood = addEntries(*std::move(header), entries);
+    header = isGood ? takeRecord(rest, checksum) : std::nullopt;
+  }
   isStale_ = !header || textAt(*header, kContinues) != fileIdentity(cursorPath_);
-  if (isStale_) return entries;
+  if (isStale_) return {};
   for (;;) {
     length_ = text->size() - rest.size();
     checksum_ = checksum;
@@ -101,12 +105,26 @@ std::vector<JournalEntry> Journal::load() {
   }
 }
 
-void Journal::addNew(const std::vector<std::string>& transcripts) {
+void Journal::addNew(const std::set<std::string>& transcripts) {
   json unheard = json::array();
   for (const std::string& transcript : transcripts) {
     if (new_.insert(transcript).second) unheard.push_back(transcript);
   }
-  if (!unheard.empty()) append({{kNew, std::move(unheard)}});
+  if (unheard.empty()) return;
+  const json record = {{kNew, std::move(unheard)}};
+  if (length_ > 0) {
+    headLength_ = 0;
+    append(record);
+    return;
+  }
+  // Before the header, which each save of the cursor file outdates.
+  std::string text;
+  checksum_ = kFnvBasis;
+  addRecord(record, checksum_, text);
+  headLength_ = text.size();
+  headChecksum_ = checksum_;
+  addHeader(text);
+  write(text);
 }
 
 void Journal::begin(const std::string& transcript, const json& values) {
@@ -126,13 +144,24 @@ void Journal::addLine(const json& values, std::int64_t offset) {
   if (!changes.empty()) addEntry({{kValues, std::move(changes)}});
 }
 
-void Journal::clear() {
+void Journal::clear(const std::set<std::string>& stillNew) {
+  if (headLength_ > 0 && !stillNew.empty()) {
+    file_->cut(headLength_);
+    length_ = headLength_;
+    checksum_ = headChecksum_;
+    std::string text;
+    addHeader(text);
+    write(text);
+    return;
+  }
   if ((length_ > 0 || isStale_) && !file_) file_.emplace(journalPath(cursorPath_), length_);
   if (file_) file_->cut(0);
   file_.reset();
   length_ = 0;
+  headLength_ = 0;
   isStale_ = false;
   new_.clear();
+  addNew(stillNew);
 }
 
 json Journal::takeChanges(const json& values) {
@@ -158,11 +187,19 @@ void Journal::append(const json& record) {
   std::string text;
   if (length_ == 0) {
     checksum_ = kFnvBasis;
-    const std::string cursor = fileIdentity(cursorPath_);
-    if (cursor.empty()) createFolders(cursorPath_.substr(0, cursorPath_.rfind('/')));
-    addRecord({{kContinues, cursor}}, checksum_, text);
+    addHeader(text);
   }
   addRecord(record, checksum_, text);
+  write(text);
+}
+
+void Journal::addHeader(std::string& text) {
+  const std::string cursor = fileIdentity(cursorPath_);
+  if (cursor.empty()) createFolders(cursorPath_.substr(0, cursorPath_.rfind('/')));
+  addRecord({{kContinues, cursor}}, checksum_, text);
+}
+
+void Journal::write(const std::string& text) {
   if (!file_) file_.emplace(journalPath(cursorPath_), length_);
   length_ += text.size();
   file_->append(text);

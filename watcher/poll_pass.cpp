@@ -29,11 +29,12 @@ CursorEntry newEntry(std::int64_t offset) {
                       {runState::kStepPosition, 0}});
 }
 
-void saveCursor(const CursorFile& cursorFile, const CursorState& state, Journal& journal) {
+void saveCursor(const CursorFile& cursorFile, const CursorState& state, Journal& journal,
+                const std::set<std::string>& stillNew = {}) {
   if (const auto failure = cursorFile.save(state)) {
     logger.error("cursor save failed: " + *failure);
   } else {
-    journal.clear();
+    journal.clear(stillNew);
   }
 }
 
@@ -117,11 +118,10 @@ bool readNewLines(const Reading& reading, std::int64_t start, std::int64_t size)
 
 // Those of `files` that hold something and wait for their first turn. A start behind a kill would
 // take them for old ones.
-std::vector<std::string> unknownOf(const std::vector<std::string>& files,
-                                   const CursorState& state) {
-  std::vector<std::string> unknown;
+std::set<std::string> unknownOf(const std::vector<std::string>& files, const CursorState& state) {
+  std::set<std::string> unknown;
   for (const auto& path : files) {
-    if (!state.contains(path) && sizeOf(path).value_or(0) > 0) unknown.push_back(path);
+    if (!state.contains(path) && sizeOf(path).value_or(0) > 0) unknown.insert(path);
   }
   return unknown;
 }
@@ -171,9 +171,8 @@ void pollOnce(CursorState& state, const CursorFile& cursorFile, Journal& journal
     const Reading reading{
         .path = path, .state = state, .journal = journal, .client = client, .agentSlug = agentSlug};
     if (!readNewLines(reading, start, *size)) continue;
-    saveCursor(cursorFile, state, journal);
-    std::erase(waiting, path);
-    journal.addNew(waiting);  // again, where the save has emptied it
+    waiting.erase(path);
+    saveCursor(cursorFile, state, journal, waiting);
   }
   for (auto& [path, entry] : state) entry.endPass();
 }

@@ -32,6 +32,8 @@ std::string wordsOf(const JournalEntry& entry) {
   return words;
 }
 
+std::string firstLineOf(const std::string& text) { return text.substr(0, text.find('\n') + 1); }
+
 class JournalTest : public testing::Test {
  protected:
   JournalTest() { writeFile(root_.cursor(), "{}"); }
@@ -115,6 +117,65 @@ TEST_F(JournalTest, ANewTranscriptIsNamedOnceUntilTheCursorIsSaved) {
   journal_.clear();
   journal_.addNew({"/b"});
   EXPECT_THAT(loaded(), ElementsAre("/b is new"));
+}
+
+TEST_F(JournalTest, WhatIsStillNewIsNotWrittenAgainWhenTheCursorIsSaved) {
+  journal_.addNew({"/a", "/b", "/c"});
+  const std::string head = firstLineOf(contentOf(path()));
+  for (const char* saved : {"{ }", "{  }", "{   }"}) {
+    addThreeEvents();
+    ASSERT_THAT(loaded(), SizeIs(6));
+    writeFile(root_.cursor(), saved);
+    EXPECT_THAT(loaded(), IsEmpty());
+    journal_.clear({"/c"});
+    EXPECT_EQ(firstLineOf(contentOf(path())), head);
+    EXPECT_THAT(loaded(), ElementsAre("/a is new", "/b is new", "/c is new"));
+  }
+  journal_.addNew({"/a", "/b", "/c"});
+  EXPECT_THAT(loaded(), SizeIs(3));
+  journal_.clear();
+  EXPECT_EQ(contentOf(path()), "");
+  journal_.addNew({"/c"});
+  EXPECT_THAT(loaded(), ElementsAre("/c is new"));
+  journal_.clear();
+  journal_.clear({"/d"});
+  EXPECT_THAT(loaded(), ElementsAre("/d is new"));
+}
+
+TEST_F(JournalTest, WhatIsStillNewIsWrittenAgainWhereItStoodBetweenEvents) {
+  addThreeEvents();
+  journal_.addNew({"/a", "/b"});
+  journal_.clear({"/b"});
+  EXPECT_THAT(loaded(), ElementsAre("/b is new"));
+  journal_.addNew({"/c"});
+  addThreeEvents();
+  EXPECT_THAT(loaded(), SizeIs(5));
+  journal_.clear({"/b", "/c"});
+  EXPECT_THAT(loaded(), ElementsAre("/b is new", "/c is new"));
+  addThreeEvents();
+  Journal next(root_.cursor());
+  EXPECT_THAT(next.load(), SizeIs(5));
+  next.addNew({"/d"});
+  EXPECT_THAT(loaded(), SizeIs(6));
+  next.clear({"/d"});
+  EXPECT_THAT(loaded(), ElementsAre("/d is new"));
+}
+
+TEST_F(JournalTest, DamageToWhatIsNewLeavesNothing) {
+  journal_.addNew({"/a", "/b"});
+  journal_.clear({"/b"});
+  addThreeEvents();
+  const std::string good = contentOf(path());
+  for (std::size_t at = 0; at < firstLineOf(good).size(); ++at) {
+    std::string damaged = good;
+    damaged[at] ^= 1;
+    writeFile(path(), damaged);
+    EXPECT_THAT(loaded(), IsEmpty()) << at;
+  }
+  writeFile(path(), good.substr(0, firstLineOf(good).size()));
+  EXPECT_THAT(loaded(), IsEmpty());
+  fs::remove(root_.cursor());
+  EXPECT_THAT(loaded(), IsEmpty());
 }
 
 TEST_F(JournalTest, EndsAtAnOffsetBelowZero) {

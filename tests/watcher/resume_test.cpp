@@ -284,6 +284,17 @@ TEST_F(Resume, AListOfKeysThatIsNoneIsBegunAnew) {
   EXPECT_EQ(state.at("/t").values().dump(), R"({"seen_keys":["a"]})");
 }
 
+TEST_F(Resume, AnEventThatComesBeforeItsNewTranscriptKeepsItsKey) {
+  Journal journal(root_.cursor());
+  journal.begin("/t", json::object());
+  journal.addEvent(json::object(), "a");
+  journal.addNew({"/t"});
+  CursorState state;
+  Journal next(root_.cursor());
+  resume(state, next);
+  EXPECT_EQ(state.at("/t").values().at("seen_keys").dump(), R"(["a"])");
+}
+
 TEST_F(Resume, ManyEventsOfTheJournalKeepTheNewestKeys) {
   Journal journal(root_.cursor());
   journal.addNew({"/t"});
