@@ -38,12 +38,15 @@ std::string withChecksums(std::string_view records) {
     std::snprintf(digits, sizeof digits, "%llx", static_cast<unsigned long long>(sum));
     text.append(digits).append(" ").append(record).append("\n");
   };
-  add(compactJson({{"continues", fileIdentity(agentHome().cursor())}}));
-  while (!records.empty()) {
+  const auto takeRecord = [&records] {
     const auto end = records.find('\n');
-    add(records.substr(0, end));
+    const auto record = records.substr(0, end);
     records.remove_prefix(end == records.npos ? records.size() : end + 1);
-  }
+    return record;
+  };
+  if (records.starts_with("{\"new\"")) add(takeRecord());  // stands before the header
+  add(compactJson({{"continues", fileIdentity(agentHome().cursor())}}));
+  while (!records.empty()) add(takeRecord());
   return text;
 }
 
