@@ -1,5 +1,7 @@
 #include "platform/json.h"
 
+#include <simdjson.h>
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -59,15 +61,74 @@ std::string escapingSlashes(std::string text) {
 
 constexpr auto kReplaceIllFormed = json::error_handler_t::replace;
 
-}  // namespace
+// simdjson reads five times as fast as the library of the value, but refuses more than has to be:
+// integers beyond 64 bits. What it refuses, and what is so long that its buffers would weigh on
+// memory, is left to the other.
+constexpr std::size_t kMostFastBytes = 256 * 1024;
 
-std::optional<json> parseJson(std::string_view text, int maxDepth) {
+// The root of `text`, which lives until the next call of this thread; none when it is refused.
+std::optional<simdjson::dom::element> parsedFast(std::string_view text, int maxDepth) {
+  if (text.size() > kMostFastBytes) return std::nullopt;
+  thread_local simdjson::dom::parser parser(kMostFastBytes);
+  const auto depth = static_cast<std::size_t>(maxDepth);
+  if (parser.max_depth() != depth && parser.allocate(kMostFastBytes, depth) != simdjson::SUCCESS) {
+    return std::nullopt;
+  }
+  simdjson::dom::element root;
+  if (parser.parse(text.data(), text.size()).get(root) != simdjson::SUCCESS) return std::nullopt;
+  return root;
+}
+
+json valueOf(simdjson::dom::element element) {
+  using simdjson::dom::element_type;
+  switch (element.type()) {
+    case element_type::OBJECT: {
+      json::object_t object;
+      for (const auto [key, value] : simdjson::dom::object(element)) {
+        object.insert_or_assign(std::string(key), valueOf(value));
+      }
+      return object;
+    }
+    case element_type::ARRAY: {
+      const simdjson::dom::array elements(element);
+      json::array_t array;
+      array.reserve(elements.size());
+      for (const auto value : elements) array.push_back(valueOf(value));
+      return array;
+    }
+    case element_type::STRING:
+      return std::string_view(element);
+    case element_type::INT64: {
+      const std::int64_t number(element);
+      if (number < 0) return number;
+      return static_cast<std::uint64_t>(number);
+    }
+    case element_type::UINT64:
+      return std::uint64_t(element);
+    case element_type::DOUBLE:
+      return double(element);
+    case element_type::BOOL:
+      return bool(element);
+    case element_type::NULL_VALUE:
+      break;
+  }
+  return nullptr;
+}
+
+std::optional<json> parsedSlowly(std::string_view text, int maxDepth) {
   // The library takes a NUL byte for the end of its input.
   if (text.find('\0') != std::string_view::npos || isNestedDeeper(text, maxDepth))
     return std::nullopt;
   json value = json::parse(text.begin(), text.end(), nullptr, /*allow_exceptions=*/false);
   if (value.is_discarded()) return std::nullopt;
   return value;
+}
+
+}  // namespace
+
+std::optional<json> parseJson(std::string_view text, int maxDepth) {
+  if (const auto root = parsedFast(text, maxDepth)) return valueOf(*root);
+  return parsedSlowly(text, maxDepth);
 }
 
 std::optional<json> parseJsonObject(std::string_view text, int maxDepth) {
@@ -107,6 +168,22 @@ const std::string* stringAt(const json& object, const char* key) {
 std::string textAt(const json& object, const char* key) {
   const std::string* text = stringAt(object, key);
   return text == nullptr ? std::string() : *text;
+}
+
+std::string textInJsonObject(std::string_view text, std::string_view key) {
+  const auto root = parsedFast(text, kMaxJsonDepth);
+  if (!root) {
+    const auto object = parsedSlowly(text, kMaxJsonDepth);
+    return object ? textAt(*object, std::string(key).c_str()) : std::string();
+  }
+  simdjson::dom::object object;
+  std::string_view found;
+  if (root->get(object) != simdjson::SUCCESS) return {};
+  for (const auto [name, value] : object) {
+    if (name != key) continue;
+    if (value.get(found) != simdjson::SUCCESS) found = {};
+  }
+  return std::string(found);
 }
 
 std::optional<std::int64_t> exactInteger(const json& value) {

@@ -12,6 +12,7 @@
 namespace pelmar {
 namespace {
 
+using namespace std::string_literals;
 using ::testing::Eq;
 using ::testing::Optional;
 
@@ -77,6 +78,9 @@ TEST(ParseJson, RefusesUnbalancedTextOfAnyLength) {
   EXPECT_FALSE(parseJson(repeated("]", 1000) + repeated("[", 1000)));
 }
 
+// Beyond the length that the fast reader is for.
+constexpr int kLong = 1024 * 1024;
+
 struct Text {
   const char* text;
   const char* written;  // compact, or "none" when the text is refused
@@ -113,7 +117,11 @@ TEST(ParseJson, ReadsTheGrammarAndNothingBesideIt) {
       {"1e", "none"},
       {"0x10", "none"},
   };
-  for (const auto& [text, written] : kTexts) EXPECT_EQ(parsedAndWritten(text), written) << text;
+  const std::string blanks(kLong, ' ');
+  for (const auto& [text, written] : kTexts) {
+    EXPECT_EQ(parsedAndWritten(text), written) << text;
+    EXPECT_EQ(parsedAndWritten(text + blanks), written) << "and much behind it: " << text;
+  }
 }
 
 TEST(ParseJson, TakesTheLastOfDuplicateKeys) {
@@ -122,7 +130,6 @@ TEST(ParseJson, TakesTheLastOfDuplicateKeys) {
 }
 
 TEST(ParseJson, RefusesNulBytesButTakesTheirEscape) {
-  using namespace std::string_literals;
   EXPECT_FALSE(parseJson("{}\0"s));
   EXPECT_FALSE(parseJson("\0{}"s));
   EXPECT_FALSE(parseJson("{}\0garbage"s));
@@ -165,7 +172,11 @@ TEST(ParseJson, KeepsNumbersAsTheyAre) {
       {"-1e400", "none"},
       {"[1,1e400]", "none"},
   };
-  for (const auto& [text, written] : kNumbers) EXPECT_EQ(parsedAndWritten(text), written) << text;
+  const std::string blanks(kLong, ' ');
+  for (const auto& [text, written] : kNumbers) {
+    EXPECT_EQ(parsedAndWritten(text), written) << text;
+    EXPECT_EQ(parsedAndWritten(text + blanks), written) << "and much behind it: " << text;
+  }
 }
 
 TEST(ParseJson, MakesDoublesOfIntegersBeyond64Bits) {
@@ -221,6 +232,36 @@ TEST(StringAt, FindsStringsOnly) {
   for (const json& other : {json::array({"text"}), json("text"), json(1), json()}) {
     EXPECT_EQ(stringAt(other, "text"), nullptr) << other;
   }
+}
+
+TEST(TextInJsonObject, IsWhatTheValueHasThere) {
+  const std::string blanks(kLong, ' ');
+  for (const std::string& text : {
+           R"({"key":"text"})"s,
+           R"({"a":{"key":"inner"},"key":"outer","z":["key","list"]})"s,
+           R"({"key":"first","key":"last"})"s,
+           R"({"key":"first","key":1})"s,
+           R"({"\u006bey":"\u0074ext\/\ud83d\ude00\u0000"})"s,
+           R"({"key":"text","beyond 64 bits":18446744073709551616})"s,
+           "\xEF\xBB\xBF{\"key\":\"text\"}"s,
+           R"({"key":""})"s,
+           R"({"key":["text"]})"s,
+           R"({"Key":"text"})"s,
+           R"(["key"])"s,
+           R"("key")"s,
+           R"({"key":"text"}})"s,
+           R"({"key":"text","number":1e400})"s,
+           "{\"key\":\"text\",\"\xFF\":1}"s,
+           "{\"key\":\"text\"}\0"s,
+           R"({"key":"text","deep":)" + repeated("[", 511) + repeated("]", 511) + "}",
+           R"({"key":"text","deep":)" + repeated("[", 512) + repeated("]", 512) + "}",
+           ""s,
+       }) {
+    const auto object = parseJsonObject(text);
+    EXPECT_EQ(textInJsonObject(text, "key"), object ? textAt(*object, "key") : "") << text;
+    EXPECT_EQ(textInJsonObject(text + blanks, "key"), textInJsonObject(text, "key")) << text;
+  }
+  EXPECT_EQ(textInJsonObject(R"({"a":1,"key":"text"})", "key"), "text");
 }
 
 TEST(ExactInteger, TakesNumbersWhoseValueIsASigned64BitInteger) {
