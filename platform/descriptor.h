@@ -18,6 +18,9 @@ class Descriptor {
   // As open(2), never inherited by children; not valid when that failed (errno says why).
   explicit Descriptor(const char* path, int flags, mode_t mode = 0)
       : value_(uninterrupted([&] { return ::open(path, flags | O_CLOEXEC, mode); })) {}
+  // The same for `name` below the open folder `folder`.
+  Descriptor(int folder, const char* name, int flags)
+      : value_(uninterrupted([&] { return ::openat(folder, name, flags | O_CLOEXEC); })) {}
   ~Descriptor() {
     if (value_ >= 0) ::close(value_);
   }

@@ -1,6 +1,7 @@
 #include "platform/directory_walk.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -18,7 +19,7 @@ struct CloseFolder {
   void operator()(DIR* folder) const { ::closedir(folder); }
 };
 
-EntryType typeOf(const dirent& entry, const std::string& path) {
+EntryType typeOf(const dirent& entry, int folder) {
   switch (entry.d_type) {
     case DT_REG:
       return EntryType::regularFile;
@@ -30,7 +31,8 @@ EntryType typeOf(const dirent& entry, const std::string& path) {
       return EntryType::other;
   }
   struct stat status {};
-  if (uninterrupted([&] { return ::lstat(path.c_str(), &status); }) != 0) return EntryType::other;
+  const auto ask = [&] { return ::fstatat(folder, entry.d_name, &status, AT_SYMLINK_NOFOLLOW); };
+  if (uninterrupted(ask) != 0) return EntryType::other;
   if (S_ISREG(status.st_mode)) return EntryType::regularFile;
   return S_ISDIR(status.st_mode) ? EntryType::folder : EntryType::other;
 }
@@ -42,16 +44,16 @@ bool visitFolder(const std::string& folder, const std::function<Descend(const En
   const std::unique_ptr<DIR, CloseFolder> stream(
       uninterrupted([&] { return ::opendir(folder.c_str()); }));
   if (!stream) return false;
+  const int descriptor = ::dirfd(stream.get());
   std::string path = folder + '/';
   const auto prefix = path.size();
   const auto next = [&] { return ::readdir(stream.get()); };  // NOLINT(concurrency-mt-unsafe)
   while (const dirent* entry = uninterrupted(next)) {
-    if (entry->d_name[0] == '.') continue;
-    path.resize(prefix);
-    path += entry->d_name;
-    if (hasHiddenFlag(path)) continue;
-    const EntryType type = typeOf(*entry, path);
-    const Descend descend = visit({path, std::string_view(path).substr(prefix), type});
+    if (entry->d_name[0] == '.' || hasHiddenFlag(descriptor, entry->d_name)) continue;
+    path.replace(prefix, std::string::npos, entry->d_name);
+    const EntryType type = typeOf(*entry, descriptor);
+    const std::string_view name = std::string_view(path).substr(prefix);
+    const Descend descend = visit({path, name, type, descriptor});
     if (type == EntryType::folder && descend == Descend::yes) pending.push_back(path);
   }
   return true;

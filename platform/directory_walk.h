@@ -14,8 +14,9 @@ enum class EntryType { regularFile, folder, other };
 
 struct Entry {
   const std::string& path;
-  std::string_view name;  // the last component of `path`
+  std::string_view name;  // the last component of `path`, with a NUL behind it
   EntryType type;         // of the entry itself: a link is `other`
+  int folder;             // the descriptor of the folder that it is in, open during the visit
 };
 
 // Whether to go into the folder that was visited; without meaning for other entries.

@@ -80,7 +80,11 @@ bool moveInto(const std::string& path, const std::string& temporary, FolderInPla
 }  // namespace
 
 std::optional<std::string> readFile(const std::string& path) {
-  const Descriptor file(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY);
+  return readFileAt(AT_FDCWD, path.c_str());
+}
+
+std::optional<std::string> readFileAt(int folder, const char* name) {
+  const Descriptor file(folder, name, O_RDONLY | O_NONBLOCK | O_NOCTTY);
   if (!file.valid()) return std::nullopt;
   std::string content;
   char piece[kReadPiece];
@@ -130,8 +134,12 @@ RangeRead readRange(const std::string& path, std::int64_t offset, std::int64_t l
 }
 
 std::optional<std::int64_t> sizeOf(const std::string& path) {
+  return sizeOfAt(AT_FDCWD, path.c_str());
+}
+
+std::optional<std::int64_t> sizeOfAt(int folder, const char* name) {
   struct stat status {};
-  if (uninterrupted([&] { return ::stat(path.c_str(), &status); }) != 0) return std::nullopt;
+  if (uninterrupted([&] { return ::fstatat(folder, name, &status, 0); }) != 0) return std::nullopt;
   return static_cast<std::int64_t>(status.st_size);
 }
 

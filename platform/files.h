@@ -16,6 +16,9 @@ namespace pelmar {
 // (a FIFO reads as empty) and takes at most 1 MiB from what is no regular file (/dev/zero).
 std::optional<std::string> readFile(const std::string& path);
 
+// The same for `name` in the open folder `folder`, which spares the way along the path.
+std::optional<std::string> readFileAt(int folder, const char* name);
+
 // Why what stands at `path` (a file or a folder) cannot be opened for reading, as errno has it; 0
 // when it can.
 int openError(const std::string& path);
@@ -34,6 +37,9 @@ RangeRead readRange(const std::string& path, std::int64_t offset, std::int64_t l
 
 // The size in bytes of what stands at `path` (links followed), or none when there is nothing.
 std::optional<std::int64_t> sizeOf(const std::string& path);
+
+// The same for `name` in the open folder `folder`.
+std::optional<std::int64_t> sizeOfAt(int folder, const char* name);
 
 // The inode, size and time of writing of the file at `path`: enough to tell it from what replaced
 // it or what it replaced. Empty when there is none.

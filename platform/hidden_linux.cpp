@@ -2,6 +2,6 @@
 
 namespace pelmar {
 
-bool hasHiddenFlag(const std::string& /*path*/) { return false; }
+bool hasHiddenFlag(int /*folder*/, const char* /*name*/) { return false; }
 
 }  // namespace pelmar

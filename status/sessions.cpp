@@ -63,10 +63,10 @@ class Look {
       if (error != ENOENT) found_.unreadable.push_back({folder, wordsFor(error)});
     };
     visitSessionRecords(
-        [this](const std::string& path, const json* record) { takeRecord(path, record); },
+        [this](const std::string& path, const std::string& text) { takeRecord(path, text); },
         onUnreadable);
     visitTranscripts(
-        [this](const std::string& path, std::string_view id) { takeTranscript(path, id); },
+        [this](const Entry& entry, std::string_view id) { takeTranscript(entry.path, id); },
         onUnreadable);
     for (const auto& [id, title] : titles_) {
       if (!withTranscript_.contains(id)) found_.recordsWithoutTranscript.push_back(id);
@@ -75,11 +75,11 @@ class Look {
   }
 
  private:
-  void takeRecord(const std::string& path, const json* record) {
+  void takeRecord(const std::string& path, const std::string& text) {
     ++found_.records;
-    std::string id = record == nullptr ? std::string() : textAt(*record, kSessionId);
-    if (record != nullptr && !id.empty()) {
-      titles_.emplace(std::move(id), textAt(*record, "title"));
+    std::string id = textInJsonObject(text, kSessionId);
+    if (!id.empty()) {
+      titles_.emplace(std::move(id), textInJsonObject(text, "title"));
     } else if (const int error = openError(path)) {
       found_.unreadable.push_back({path, wordsFor(error)});
     } else {

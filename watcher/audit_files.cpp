@@ -36,13 +36,11 @@ std::optional<std::string_view> transcriptName(std::string_view name) {
 }  // namespace
 
 void visitSessionRecords(
-    const std::function<void(const std::string& path, const json* record)>& onRecord,
+    const std::function<void(const std::string& path, const std::string& text)>& onRecord,
     const std::function<void(const std::string& folder, int error)>& onUnreadable) {
   const auto visit = [&onRecord](const Entry& entry) {
     if (!isSessionRecord(entry.name)) return Descend::yes;
-    const auto text = readFile(entry.path);
-    const auto record = text ? parseJsonObject(*text) : std::nullopt;
-    onRecord(entry.path, record ? &*record : nullptr);
+    onRecord(entry.path, readFileAt(entry.folder, entry.name.data()).value_or(""));
     return Descend::yes;
   };
   walkFolder(locations::homeFolder() + "/Library/Application Support/Claude/claude-code-sessions",
@@ -50,12 +48,12 @@ void visitSessionRecords(
 }
 
 void visitTranscripts(
-    const std::function<void(const std::string& path, std::string_view id)>& onTranscript,
+    const std::function<void(const Entry& entry, std::string_view id)>& onTranscript,
     const std::function<void(const std::string& folder, int error)>& onUnreadable) {
   const auto visit = [&onTranscript](const Entry& entry) {
     if (entry.type == EntryType::folder && isSkipped(entry.name)) return Descend::no;
     const auto name = transcriptName(entry.name);
-    if (name && entry.type == EntryType::regularFile) onTranscript(entry.path, *name);
+    if (name && entry.type == EntryType::regularFile) onTranscript(entry, *name);
     return Descend::yes;
   };
   walkFolder(locations::homeFolder() + "/.claude/projects", visit, onUnreadable);
@@ -63,20 +61,24 @@ void visitTranscripts(
 
 SessionIds desktopSessionIds() {
   SessionIds ids;
-  visitSessionRecords([&ids](const std::string& /*path*/, const json* record) {
-    auto id = record == nullptr ? std::string() : textAt(*record, kSessionId);
+  visitSessionRecords([&ids](const std::string& /*path*/, const std::string& text) {
+    auto id = textInJsonObject(text, kSessionId);
     if (!id.empty()) ids.insert(std::move(id));
   });
   return ids;
 }
 
+void visitAuditFiles(const std::function<void(const Entry& entry)>& onFile) {
+  const SessionIds ids = desktopSessionIds();
+  if (ids.empty()) return;
+  visitTranscripts([&](const Entry& entry, std::string_view id) {
+    if (ids.contains(id)) onFile(entry);
+  });
+}
+
 std::vector<std::string> auditFiles() {
   std::vector<std::string> files;
-  const SessionIds ids = desktopSessionIds();
-  if (ids.empty()) return files;
-  visitTranscripts([&](const std::string& path, std::string_view id) {
-    if (ids.contains(id)) files.push_back(path);
-  });
+  visitAuditFiles([&files](const Entry& entry) { files.push_back(entry.path); });
   return files;
 }
 

@@ -5,36 +5,44 @@
 // out.
 
 #include <functional>
-#include <nlohmann/json.hpp>
-#include <set>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 #include <vector>
+
+#include "platform/directory_walk.h"
 
 namespace pelmar {
 
 // The key of a session record that names its session.
 inline constexpr const char* kSessionId = "cliSessionId";
 
-using SessionIds = std::set<std::string, std::less<>>;
+// Looked up without a copy of what is looked for.
+struct TextHash : std::hash<std::string_view> {
+  using is_transparent = void;
+};
+using SessionIds = std::unordered_set<std::string, TextHash, std::equal_to<>>;
 
-// Calls `onRecord` for every session record (local_*.json), with its object or null when it cannot
-// be read as one.
+// Calls `onRecord` for every session record (local_*.json), with its text, which is empty when it
+// cannot be read.
 void visitSessionRecords(
-    const std::function<void(const std::string& path, const nlohmann::json* record)>& onRecord,
+    const std::function<void(const std::string& path, const std::string& text)>& onRecord,
     const std::function<void(const std::string& folder, int error)>& onUnreadable = {});
 
 // Calls `onTranscript` for every transcript, watched or not, with the session id that its name is.
 void visitTranscripts(
-    const std::function<void(const std::string& path, std::string_view id)>& onTranscript,
+    const std::function<void(const Entry& entry, std::string_view id)>& onTranscript,
     const std::function<void(const std::string& folder, int error)>& onUnreadable = {});
 
 // The CLI session ids of the session records (local_*.json) below
 // ~/Library/Application Support/Claude/claude-code-sessions.
 SessionIds desktopSessionIds();
 
-// The paths of the transcripts (<session id>.jsonl, regular files) below ~/.claude/projects, in the
-// order of the walk. Empty without a session record.
+// Calls `onFile` for the transcripts (<session id>.jsonl, regular files) of these sessions below
+// ~/.claude/projects. For none without a session record.
+void visitAuditFiles(const std::function<void(const Entry& entry)>& onFile);
+
+// Their paths, in the order of the walk.
 std::vector<std::string> auditFiles();
 
 }  // namespace pelmar

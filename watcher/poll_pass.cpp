@@ -116,14 +116,22 @@ bool readNewLines(const Reading& reading, std::int64_t start, std::int64_t size)
   return true;
 }
 
-// Those of `files` that hold something and wait for their first turn. A start behind a kill would
-// take them for old ones.
-std::set<std::string> unknownOf(const std::vector<std::string>& files, const CursorState& state) {
-  std::set<std::string> unknown;
-  for (const auto& path : files) {
-    if (!state.contains(path) && sizeOf(path).value_or(0) > 0) unknown.insert(path);
-  }
-  return unknown;
+// A transcript as a pass finds it.
+struct Found {
+  std::string path;
+  std::optional<std::int64_t> size;  // none when it is gone again
+  CursorEntry* known;                // null when the state does not know it
+};
+
+std::vector<Found> findTranscripts(CursorState& state) {
+  std::vector<Found> transcripts;
+  visitAuditFiles([&](const Entry& entry) {
+    const auto known = state.find(entry.path);
+    transcripts.push_back({.path = entry.path,
+                           .size = sizeOfAt(entry.folder, entry.name.data()),
+                           .known = known == state.end() ? nullptr : &known->second});
+  });
+  return transcripts;
 }
 
 }  // namespace
@@ -157,20 +165,28 @@ void resume(CursorState& state, Journal& journal) {
 
 void pollOnce(CursorState& state, const CursorFile& cursorFile, Journal& journal,
               const ObserveClient& client, const std::string& agentSlug, bool verbose) {
-  const auto files = auditFiles();
-  if (verbose) logger.debug("found " + std::to_string(files.size()) + " audit.jsonl files");
-  auto waiting = unknownOf(files, state);
+  const auto transcripts = findTranscripts(state);
+  if (verbose) {
+    logger.debug("found " + std::to_string(transcripts.size()) + " audit.jsonl files");
+  }
+  // Those that hold something and wait for their first turn: a start behind a kill would take them
+  // for old ones.
+  std::set<std::string> waiting;
+  for (const auto& [path, size, known] : transcripts) {
+    if (known == nullptr && size.value_or(0) > 0) waiting.insert(path);
+  }
   journal.addNew(waiting);
-  for (const auto& path : files) {
-    const auto size = sizeOf(path);
+  bool isJustFound = true;
+  for (const auto& [path, foundSize, known] : transcripts) {
+    const auto size = isJustFound ? foundSize : sizeOf(path);
     if (!size) continue;
-    const auto known = state.find(path);
-    const auto start = known == state.end() ? 0 : known->second.offset();
+    const auto start = known == nullptr ? 0 : known->offset();
     if (start >= *size) continue;
-    if (known == state.end()) journal.addNew({path});  // it may have been empty until now
+    if (known == nullptr) journal.addNew({path});  // it may have been empty until now
     const Reading reading{
         .path = path, .state = state, .journal = journal, .client = client, .agentSlug = agentSlug};
     if (!readNewLines(reading, start, *size)) continue;
+    isJustFound = false;
     waiting.erase(path);
     saveCursor(cursorFile, state, journal, waiting);
   }

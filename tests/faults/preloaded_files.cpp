@@ -54,6 +54,12 @@ int opened(int descriptor, const std::string& path, int flags) {
   return descriptor;
 }
 
+// Where `path` leads from the open folder `folder`.
+std::string pathFrom(int folder, const char* path) {
+  const std::string* name = path[0] == '/' ? nullptr : nameOf(folder);
+  return name == nullptr ? path : *name + '/' + path;
+}
+
 // A second name of the file at `path`, which outlives the first: a replay can put back the very
 // file, its number and times as they were. Empty when there is no recording.
 std::string keep(const char* path) {
@@ -79,6 +85,16 @@ int open(const char* path, int flags, ...) {
   va_end(rest);
   if (failsAt(kindOfOpen(flags), path)) return -1;
   return opened(nextFunction(&::open, "open")(path, flags, mode), path, flags);
+}
+
+int openat(int folder, const char* path, int flags, ...) {
+  va_list rest;
+  va_start(rest, flags);
+  const mode_t mode = modeOf(flags, rest);
+  va_end(rest);
+  const std::string name = pathFrom(folder, path);
+  if (failsAt(kindOfOpen(flags), name)) return -1;
+  return opened(nextFunction(&::openat, "openat")(folder, path, flags, mode), name, flags);
 }
 
 int close(int descriptor) {
@@ -146,6 +162,11 @@ int stat(const char* path, struct stat* status) noexcept {
   if (failsAt("stat", path)) return -1;
   return nextFunction(static_cast<int (*)(const char*, struct stat*)>(&::stat), "stat")(path,
                                                                                         status);
+}
+
+int fstatat(int folder, const char* path, struct stat* status, int flags) noexcept {
+  if (failsAt("stat", pathFrom(folder, path))) return -1;
+  return nextFunction(&::fstatat, "fstatat")(folder, path, status, flags);
 }
 
 int fstat(int descriptor, struct stat* status) noexcept {
