@@ -18,14 +18,15 @@ std::string path() {
 void record(const std::string& method, const std::string& url, int status, std::int64_t ms,
             std::int64_t bytes, const std::string& summary,
             const std::optional<std::string>& error) {
-  json entry = {{"ts", iso8601Milliseconds(std::chrono::system_clock::now())},
-                {"daemon", "cowork-watcher"},
-                {"pid", ::getpid()},
-                {"method", method},
-                {"url", url},
-                {"status", status},
-                {"ms", ms},
-                {"bytes", bytes}};
+  json entry;  // one by one: a list of all would be copied, and this is done for every request
+  entry["ts"] = iso8601Milliseconds(std::chrono::system_clock::now());
+  entry["daemon"] = "cowork-watcher";
+  entry["pid"] = ::getpid();
+  entry["method"] = method;
+  entry["url"] = url;
+  entry["status"] = status;
+  entry["ms"] = ms;
+  entry["bytes"] = bytes;
   if (!summary.empty()) entry["summary"] = summary;
   if (!error.value_or("").empty()) entry["error"] = *error;
   const std::string line = compactJsonEscapingSlashes(entry);
