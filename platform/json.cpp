@@ -9,41 +9,36 @@
 namespace pelmar {
 namespace {
 
-// Goes through the bytes of `text` that stand outside of strings, up to the one at which `onByte`
-// says false; whether it came to the end.
-template <typename OnByte>
-bool walkOutsideStrings(std::string_view text, OnByte onByte) {
-  bool inString = false;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const char c = text[i];
-    if (c == '"') {
-      inString = !inString;
-    } else if (!inString) {
-      if (!onByte(i)) return false;
-    } else if (c == '\\') {
-      ++i;
-    }
-  }
-  return true;
-}
-
-// By how much a byte outside of strings changes the depth.
-int deeperBy(char c) {
-  if (c == '[' || c == '{') return 1;
-  return c == ']' || c == '}' ? -1 : 0;
-}
-
-// Only text that holds more brackets than the limit allows levels is walked, so that ordinary lines
-// pay for two counts.
+// Counts brackets outside of strings. Only asked about text that holds more brackets than
+// the limit allows levels, so that ordinary lines pay for two counts and no walk.
 bool isNestedDeeper(std::string_view text, int maxDepth) {
   const auto opening =
       std::count(text.begin(), text.end(), '[') + std::count(text.begin(), text.end(), '{');
   if (opening <= maxDepth) return false;
   int depth = 0;
-  return !walkOutsideStrings(text, [&](std::size_t at) {
-    depth += deeperBy(text[at]);
-    return depth <= maxDepth;
-  });
+  bool inString = false;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    if (inString) {
+      if (c == '\\') {
+        ++i;
+      } else if (c == '"') {
+        inString = false;
+      }
+    } else if (c == '"') {
+      inString = true;
+    } else if (c == '[' || c == '{') {
+      if (++depth > maxDepth) return true;
+    } else if (c == ']' || c == '}') {
+      --depth;
+    }
+  }
+  return false;
+}
+
+// Whether nlohmann/json reads `text` as it should: a NUL byte it takes for the end of its input.
+bool isReadable(std::string_view text, int maxDepth) {
+  return text.find('\0') == std::string_view::npos && !isNestedDeeper(text, maxDepth);
 }
 
 std::string escapingSlashes(std::string text) {
@@ -116,9 +111,7 @@ json valueOf(simdjson::dom::element element) {
 }
 
 std::optional<json> parsedSlowly(std::string_view text, int maxDepth) {
-  // The library takes a NUL byte for the end of its input.
-  if (text.find('\0') != std::string_view::npos || isNestedDeeper(text, maxDepth))
-    return std::nullopt;
+  if (!isReadable(text, maxDepth)) return std::nullopt;
   json value = json::parse(text.begin(), text.end(), nullptr, /*allow_exceptions=*/false);
   if (value.is_discarded()) return std::nullopt;
   return value;
@@ -139,24 +132,27 @@ std::optional<json> parseJsonObject(std::string_view text, int maxDepth) {
 
 bool forEachMember(std::string_view text,
                    const std::function<void(const std::string& key, const json& value)>& onMember) {
-  if (text.find('\0') != std::string_view::npos || isNestedDeeper(text, kMaxJsonDepth) ||
-      !json::accept(text.begin(), text.end())) {
-    return false;
-  }
-  std::size_t begin = text.find_first_of("{[\"");  // of a member: first behind the root's bracket
-  if (begin == text.npos || text[begin] != '{') return false;
-  ++begin;
-  int depth = 0;
-  return walkOutsideStrings(text, [&](std::size_t at) {
-    depth += deeperBy(text[at]);
-    if (depth > 1 || (text[at] != ',' && text[at] != '}')) return true;
-    if (depth == 1 && text[at] == '}') return true;  // of a member
-    const auto member = parseJsonObject('{' + std::string(text.substr(begin, at - begin)) + '}');
-    if (!member) return false;
-    for (const auto& [key, value] : member->items()) onMember(key, value);
-    begin = at + 1;
-    return true;
-  });
+  if (!isReadable(text, kMaxJsonDepth)) return false;
+  bool isObject = false;
+  std::string key;
+  const auto onPart = [&](int depth, json::parse_event_t part, const json& value) {
+    using Part = json::parse_event_t;
+    if (depth == 0) {
+      isObject = isObject || part == Part::object_start;
+      return true;
+    }
+    if (depth > 1 || !isObject || part == Part::object_start || part == Part::array_start) {
+      return true;
+    }
+    if (part == Part::key) {
+      key = value.get_ref<const std::string&>();
+      return true;
+    }
+    onMember(key, value);
+    return false;  // let go
+  };
+  const json rest = json::parse(text.begin(), text.end(), onPart, /*allow_exceptions=*/false);
+  return isObject && !rest.is_discarded();
 }
 
 const std::string* stringAt(const json& object, const char* key) {

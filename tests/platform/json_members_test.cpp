@@ -11,7 +11,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-// Each member as it is handed over, "key=value"; "none" behind them when there is no object.
+// Each member as it is handed over, "key=value"; "none" behind them when it was no object.
 std::vector<std::string> membersOf(std::string_view text) {
   std::vector<std::string> members;
   const bool isObject = forEachMember(text, [&](const std::string& key, const json& value) {
@@ -47,7 +47,7 @@ TEST(ForEachMember, DuplicateKeysAreHandedOverOneAfterTheOther) {
               ElementsAre("a=1", R"(b={"c":3})", "a=4"));
 }
 
-TEST(ForEachMember, WhatIsNoObjectHasNoneAndHandsOverNothing) {
+TEST(ForEachMember, WhatIsNoObjectIsToldAtTheLatestBehindItsMembers) {
   const std::string texts[] = {"",
                                " ",
                                "{",
@@ -69,7 +69,7 @@ TEST(ForEachMember, WhatIsNoObjectHasNoneAndHandsOverNothing) {
                                R"({"a": 1, "b": 1e999})",
                                "{\"a\": 1, \"b\": \"\xFF\"}",
                                std::string("{\"a\": 1}\0", 9)};
-  for (const std::string& text : texts) EXPECT_THAT(membersOf(text), ElementsAre("none")) << text;
+  for (const std::string& text : texts) EXPECT_EQ(membersOf(text).back(), "none") << text;
 }
 
 TEST(ForEachMember, TheWholeTextMayBeNestedUpToTheLimitAndNoDeeper) {
