@@ -59,19 +59,26 @@ constexpr auto kReplaceIllFormed = json::error_handler_t::replace;
 // simdjson reads five times as fast as the library of the value, but refuses more than has to be:
 // integers beyond 64 bits. What it refuses, and what is so long that its buffers would weigh on
 // memory, is left to the other.
-constexpr std::size_t kMostFastBytes = 256 * 1024;
+constexpr std::size_t kMostFastBytes = 4 * 1024 * 1024;
+constexpr std::size_t kMostKeptBytes = 256 * 1024;  // for longer texts the buffers are made anew
 
-// The root of `text`, which lives until the next call of this thread; none when it is refused.
-std::optional<simdjson::dom::element> parsedFast(std::string_view text, int maxDepth) {
+// Calls `take` with the root of `text`; none when it is refused.
+template <typename Take>
+auto readFast(std::string_view text, int maxDepth, Take take)
+    -> std::optional<decltype(take(simdjson::dom::element()))> {
   if (text.size() > kMostFastBytes) return std::nullopt;
-  thread_local simdjson::dom::parser parser(kMostFastBytes);
+  thread_local simdjson::dom::parser kept(kMostFastBytes);
+  std::optional<simdjson::dom::parser> made;
+  const bool isKept = text.size() <= kMostKeptBytes;
+  auto& parser = isKept ? kept : made.emplace(kMostFastBytes);
   const auto depth = static_cast<std::size_t>(maxDepth);
-  if (parser.max_depth() != depth && parser.allocate(kMostFastBytes, depth) != simdjson::SUCCESS) {
+  if (parser.max_depth() != depth &&
+      parser.allocate(isKept ? kMostKeptBytes : text.size(), depth) != simdjson::SUCCESS) {
     return std::nullopt;
   }
   simdjson::dom::element root;
   if (parser.parse(text.data(), text.size()).get(root) != simdjson::SUCCESS) return std::nullopt;
-  return root;
+  return take(root);
 }
 
 json valueOf(simdjson::dom::element element) {
@@ -110,7 +117,7 @@ json valueOf(simdjson::dom::element element) {
   return nullptr;
 }
 
-std::optional<json> parsedSlowly(std::string_view text, int maxDepth) {
+std::optional<json> readSlowly(std::string_view text, int maxDepth) {
   if (!isReadable(text, maxDepth)) return std::nullopt;
   json value = json::parse(text.begin(), text.end(), nullptr, /*allow_exceptions=*/false);
   if (value.is_discarded()) return std::nullopt;
@@ -120,8 +127,8 @@ std::optional<json> parsedSlowly(std::string_view text, int maxDepth) {
 }  // namespace
 
 std::optional<json> parseJson(std::string_view text, int maxDepth) {
-  if (const auto root = parsedFast(text, maxDepth)) return valueOf(*root);
-  return parsedSlowly(text, maxDepth);
+  auto value = readFast(text, maxDepth, valueOf);
+  return value ? value : readSlowly(text, maxDepth);
 }
 
 std::optional<json> parseJsonObject(std::string_view text, int maxDepth) {
@@ -167,19 +174,19 @@ std::string textAt(const json& object, const char* key) {
 }
 
 std::string textInJsonObject(std::string_view text, std::string_view key) {
-  const auto root = parsedFast(text, kMaxJsonDepth);
-  if (!root) {
-    const auto object = parsedSlowly(text, kMaxJsonDepth);
-    return object ? textAt(*object, std::string(key).c_str()) : std::string();
-  }
-  simdjson::dom::object object;
-  std::string_view found;
-  if (root->get(object) != simdjson::SUCCESS) return {};
-  for (const auto [name, value] : object) {
-    if (name != key) continue;
-    if (value.get(found) != simdjson::SUCCESS) found = {};
-  }
-  return std::string(found);
+  const auto find = [key](simdjson::dom::element root) {
+    simdjson::dom::object object;
+    std::string_view found;
+    if (root.get(object) != simdjson::SUCCESS) return std::string();
+    for (const auto [name, value] : object) {
+      if (name != key) continue;
+      if (value.get(found) != simdjson::SUCCESS) found = {};
+    }
+    return std::string(found);
+  };
+  if (auto found = readFast(text, kMaxJsonDepth, find)) return *std::move(found);
+  const auto object = readSlowly(text, kMaxJsonDepth);
+  return object ? textAt(*object, std::string(key).c_str()) : std::string();
 }
 
 std::optional<std::int64_t> exactInteger(const json& value) {
