@@ -95,7 +95,8 @@ std::vector<JournalEntry> Journal::load() {
     const bool isGood = addEntries(*std::move(header), entries);
     header = isGood ? takeRecord(rest, checksum) : std::nullopt;
   }
-  isStale_ = !header || textAt(*header, kContinues) != fileIdentity(cursorPath_);
+  const std::string* continued = header ? stringAt(*header, kContinues) : nullptr;
+  isStale_ = continued == nullptr || *continued != fileIdentity(cursorPath_);
   if (isStale_) return {};
   for (;;) {
     length_ = text->size() - rest.size();
@@ -146,13 +147,13 @@ void Journal::addLine(const json& values, std::int64_t offset) {
 
 void Journal::clear(const std::set<std::string>& stillNew) {
   if (headLength_ > 0 && !stillNew.empty()) {
-    file_->cut(headLength_);
+    file_.emplace(journalPath(cursorPath_), headLength_);
     length_ = headLength_;
     checksum_ = headChecksum_;
     std::string text;
     addHeader(text);
     write(text);
-    return;
+    if (headLength_ > 0) return;
   }
   if ((length_ > 0 || isStale_) && !file_) file_.emplace(journalPath(cursorPath_), length_);
   if (file_) file_->cut(0);
@@ -202,7 +203,7 @@ void Journal::addHeader(std::string& text) {
 void Journal::write(const std::string& text) {
   if (!file_) file_.emplace(journalPath(cursorPath_), length_);
   length_ += text.size();
-  file_->append(text);
+  if (!file_->append(text)) headLength_ = 0;  // what stands there is not known any more
 }
 
 }  // namespace pelmar

@@ -20,9 +20,7 @@ AppendFile::AppendFile(const std::string& path, std::size_t length)
       // What is no regular file cannot be cut.
       isUsable_(hasAtLeast(length, file_) && cut(length)) {}
 
-void AppendFile::append(std::string_view bytes) {
-  if (isUsable_) writeAll(file_, bytes);
-}
+bool AppendFile::append(std::string_view bytes) { return isUsable_ && writeAll(file_, bytes); }
 
 bool AppendFile::cut(std::size_t length) {
   return uninterrupted([&] { return ::ftruncate(file_.get(), static_cast<off_t>(length)); }) == 0;

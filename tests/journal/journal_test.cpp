@@ -346,6 +346,25 @@ TEST_F(JournalTest, AFileThatIsCutShortMeanwhileIsNotFilledUp) {
   EXPECT_EQ(contentOf(path()), "cut");
 }
 
+TEST_F(JournalTest, NamesThatCouldNotBeWrittenAreWrittenBehindTheNextSave) {
+  fs::create_directory(path());
+  journal_.addNew({"/a", "/w"});
+  fs::remove(path());
+  writeFile(root_.cursor(), "{ }");
+  journal_.clear({"/w"});
+  addThreeEvents();
+  EXPECT_THAT(loaded(), SizeIs(4));
+}
+
+TEST_F(JournalTest, NamesThatWereDeletedAreWrittenBehindTheNextSave) {
+  journal_.addNew({"/a", "/w"});
+  fs::remove(path());
+  writeFile(root_.cursor(), "{ }");
+  journal_.clear({"/w"});
+  addThreeEvents();
+  EXPECT_THAT(loaded(), SizeIs(4));
+}
+
 TEST_F(JournalTest, IsForItsOwnerOnly) {
   addThreeEvents();
   EXPECT_EQ(test::permissionsOf(path()), 0600);
