@@ -66,11 +66,10 @@ constexpr std::size_t kMostKeptBytes = 256 * 1024;  // for longer texts the buff
 template <typename Take>
 auto readFast(std::string_view text, int maxDepth, Take take)
     -> std::optional<decltype(take(simdjson::dom::element()))> {
-  if (text.size() > kMostFastBytes) return std::nullopt;
-  thread_local simdjson::dom::parser kept(kMostFastBytes);
+  thread_local simdjson::dom::parser kept;
   std::optional<simdjson::dom::parser> made;
   const bool isKept = text.size() <= kMostKeptBytes;
-  auto& parser = isKept ? kept : made.emplace(kMostFastBytes);
+  auto& parser = isKept ? kept : made.emplace();
   const auto depth = static_cast<std::size_t>(maxDepth);
   if (parser.max_depth() != depth &&
       parser.allocate(isKept ? kMostKeptBytes : text.size(), depth) != simdjson::SUCCESS) {
@@ -127,7 +126,8 @@ std::optional<json> readSlowly(std::string_view text, int maxDepth) {
 }  // namespace
 
 std::optional<json> parseJson(std::string_view text, int maxDepth) {
-  auto value = readFast(text, maxDepth, valueOf);
+  std::optional<json> value;
+  if (text.size() <= kMostFastBytes) value = readFast(text, maxDepth, valueOf);
   return value ? value : readSlowly(text, maxDepth);
 }
 
@@ -139,27 +139,17 @@ std::optional<json> parseJsonObject(std::string_view text, int maxDepth) {
 
 bool forEachMember(std::string_view text,
                    const std::function<void(const std::string& key, const json& value)>& onMember) {
-  if (!isReadable(text, kMaxJsonDepth)) return false;
-  bool isObject = false;
-  std::string key;
-  const auto onPart = [&](int depth, json::parse_event_t part, const json& value) {
-    using Part = json::parse_event_t;
-    if (depth == 0) {
-      isObject = isObject || part == Part::object_start;
-      return true;
-    }
-    if (depth > 1 || !isObject || part == Part::object_start || part == Part::array_start) {
-      return true;
-    }
-    if (part == Part::key) {
-      key = value.get_ref<const std::string&>();
-      return true;
-    }
-    onMember(key, value);
-    return false;  // let go
+  const auto handOver = [&onMember](simdjson::dom::element root) {
+    simdjson::dom::object object;
+    if (root.get(object) != simdjson::SUCCESS) return false;
+    for (const auto [key, value] : object) onMember(std::string(key), valueOf(value));
+    return true;
   };
-  const json rest = json::parse(text.begin(), text.end(), onPart, /*allow_exceptions=*/false);
-  return isObject && !rest.is_discarded();
+  if (const auto isObject = readFast(text, kMaxJsonDepth, handOver)) return *isObject;
+  auto value = readSlowly(text, kMaxJsonDepth);
+  if (!value || !value->is_object()) return false;
+  for (const auto& [key, member] : value->items()) onMember(key, member);
+  return true;
 }
 
 const std::string* stringAt(const json& object, const char* key) {

@@ -27,8 +27,8 @@ std::optional<json> parseJson(std::string_view text, int maxDepth = kMaxJsonDept
 std::optional<json> parseJsonObject(std::string_view text, int maxDepth = kMaxJsonDepth);
 
 // Hands over the members of the object that `text` holds, one after the other as they stand there,
-// and holds the value of one only. False where parseJsonObject is none: what was handed over by
-// then counts for nothing.
+// and holds the value of one only (of all where one holds an integer beyond 64 bits). False, and
+// nothing is handed over, where parseJsonObject is none.
 bool forEachMember(std::string_view text,
                    const std::function<void(const std::string& key, const json& value)>& onMember);
 

@@ -133,6 +133,17 @@ TEST(CursorFileLoad, OfEntriesOfOnePathTheLastCounts) {
   EXPECT_EQ(loaded(root, R"({"/a": {"offset": 1}, "/a": 7})"), "{}");
 }
 
+// Quadratic work would not end within the test's patience.
+TEST(CursorFileLoad, AMillionNestedObjectsAreReadAtOnce) {
+  std::string text = R"({"/p":{"x":[{})";
+  for (int i = 1; i < 1'000'000; ++i) text += ",{}";
+  const TempRoot root;
+  writeFile(root.cursor(), text + "]}}");
+  const auto state = CursorFile(root.cursor()).load().state;
+  ASSERT_TRUE(state.contains("/p"));
+  EXPECT_EQ(state.at("/p").values().at("x").size(), 1'000'000U);
+}
+
 TEST(CursorFileLoad, SaysWhyTheStateIsEmpty) {
   const TempRoot root;
   const CursorFile file(root.cursor());
