@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::size_t kMostAnswerBytes = 8 * 1024 * 1024;
 constexpr long kLeastStatus = 100;
-constexpr int kLongestPollMs = 60'000;  // libcurl polls shorter where a deadline is nearer
+constexpr int kLongestPollMs = 1000;  // libcurl polls shorter where a deadline is nearer
 
 struct FreeList {
   void operator()(curl_slist* list) const { curl_slist_free_all(list); }

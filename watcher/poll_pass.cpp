@@ -123,13 +123,18 @@ struct Found {
   CursorEntry* known;                // null when the state does not know it
 };
 
+// Null when `state` does not know `path`.
+CursorEntry* entryOf(CursorState& state, const std::string& path) {
+  const auto known = state.find(path);
+  return known == state.end() ? nullptr : &known->second;
+}
+
 std::vector<Found> findTranscripts(CursorState& state) {
   std::vector<Found> transcripts;
   visitAuditFiles([&](const Entry& entry) {
-    const auto known = state.find(entry.path);
     transcripts.push_back({.path = entry.path,
                            .size = sizeOfAt(entry.folder, entry.name.data()),
-                           .known = known == state.end() ? nullptr : &known->second});
+                           .known = entryOf(state, entry.path)});
   });
   return transcripts;
 }
@@ -180,9 +185,11 @@ void pollOnce(CursorState& state, const CursorFile& cursorFile, Journal& journal
   for (const auto& [path, foundSize, known] : transcripts) {
     const auto size = isJustFound ? foundSize : sizeOf(path);
     if (!size) continue;
-    const auto start = known == nullptr ? 0 : known->offset();
+    // What is made anew during the walk may be found twice.
+    const CursorEntry* entry = known != nullptr ? known : entryOf(state, path);
+    const auto start = entry == nullptr ? 0 : entry->offset();
     if (start >= *size) continue;
-    if (known == nullptr) journal.addNew({path});  // it may have been empty until now
+    if (entry == nullptr) journal.addNew({path});  // it may have been empty until now
     const Reading reading{
         .path = path, .state = state, .journal = journal, .client = client, .agentSlug = agentSlug};
     if (!readNewLines(reading, start, *size)) continue;
