@@ -1,0 +1,7 @@
+#include "platform/memory.h"
+
+namespace pelmar {
+
+void returnLargeMemory() {}
+
+}  // namespace pelmar
