@@ -126,9 +126,10 @@ std::optional<json> readSlowly(std::string_view text, int maxDepth) {
 }  // namespace
 
 std::optional<json> parseJson(std::string_view text, int maxDepth) {
-  std::optional<json> value;
-  if (text.size() <= kMostFastBytes) value = readFast(text, maxDepth, valueOf);
-  return value ? value : readSlowly(text, maxDepth);
+  if (text.size() <= kMostFastBytes) {
+    if (auto value = readFast(text, maxDepth, valueOf)) return value;
+  }
+  return readSlowly(text, maxDepth);
 }
 
 std::optional<json> parseJsonObject(std::string_view text, int maxDepth) {
