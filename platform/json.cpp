@@ -36,11 +36,6 @@ bool isNestedDeeper(std::string_view text, int maxDepth) {
   return false;
 }
 
-// Whether nlohmann/json reads `text` as it should: a NUL byte it takes for the end of its input.
-bool isReadable(std::string_view text, int maxDepth) {
-  return text.find('\0') == std::string_view::npos && !isNestedDeeper(text, maxDepth);
-}
-
 std::string escapingSlashes(std::string text) {
   const auto slashes = std::count(text.begin(), text.end(), '/');  // none is outside of strings
   if (slashes == 0) return text;
@@ -62,23 +57,36 @@ constexpr auto kReplaceIllFormed = json::error_handler_t::replace;
 constexpr std::size_t kMostFastBytes = 4 * 1024 * 1024;
 constexpr std::size_t kMostKeptBytes = 256 * 1024;  // for longer texts the buffers are made anew
 
-// Calls `take` with the root of `text`; none when it is refused.
-template <typename Take>
-auto readFast(std::string_view text, int maxDepth, Take take)
-    -> std::optional<decltype(take(simdjson::dom::element()))> {
-  thread_local simdjson::dom::parser kept;
-  std::optional<simdjson::dom::parser> made;
-  const bool isKept = text.size() <= kMostKeptBytes;
-  auto& parser = isKept ? kept : made.emplace();
-  const auto depth = static_cast<std::size_t>(maxDepth);
-  if (parser.max_depth() != depth &&
-      parser.allocate(isKept ? kMostKeptBytes : text.size(), depth) != simdjson::SUCCESS) {
-    return std::nullopt;
+enum class Buffers { kept, own };
+
+// What simdjson makes of `text`. One that uses the kept buffers must be gone before the next of its
+// thread begins.
+class FastReading {
+ public:
+  FastReading(std::string_view text, int maxDepth, Buffers buffers = Buffers::kept) {
+    const bool isKept = buffers == Buffers::kept && text.size() <= kMostKeptBytes;
+    auto& parser = isKept ? keptParser() : own_.emplace();
+    const auto depth = static_cast<std::size_t>(maxDepth);
+    if (parser.max_depth() != depth &&
+        parser.allocate(isKept ? kMostKeptBytes : text.size(), depth) != simdjson::SUCCESS) {
+      return;
+    }
+    simdjson::dom::element root;
+    if (parser.parse(text.data(), text.size()).get(root) == simdjson::SUCCESS) root_ = root;
   }
-  simdjson::dom::element root;
-  if (parser.parse(text.data(), text.size()).get(root) != simdjson::SUCCESS) return std::nullopt;
-  return take(root);
-}
+
+  // None when the text is refused. Lives as long as this object.
+  const std::optional<simdjson::dom::element>& root() const { return root_; }
+
+ private:
+  static simdjson::dom::parser& keptParser() {
+    thread_local simdjson::dom::parser parser;
+    return parser;
+  }
+
+  std::optional<simdjson::dom::parser> own_{};
+  std::optional<simdjson::dom::element> root_{};
+};
 
 json valueOf(simdjson::dom::element element) {
   using simdjson::dom::element_type;
@@ -117,7 +125,9 @@ json valueOf(simdjson::dom::element element) {
 }
 
 std::optional<json> readSlowly(std::string_view text, int maxDepth) {
-  if (!isReadable(text, maxDepth)) return std::nullopt;
+  // The library takes a NUL byte for the end of its input.
+  if (text.find('\0') != std::string_view::npos || isNestedDeeper(text, maxDepth))
+    return std::nullopt;
   json value = json::parse(text.begin(), text.end(), nullptr, /*allow_exceptions=*/false);
   if (value.is_discarded()) return std::nullopt;
   return value;
@@ -127,7 +137,8 @@ std::optional<json> readSlowly(std::string_view text, int maxDepth) {
 
 std::optional<json> parseJson(std::string_view text, int maxDepth) {
   if (text.size() <= kMostFastBytes) {
-    if (auto value = readFast(text, maxDepth, valueOf)) return value;
+    const FastReading reading(text, maxDepth);
+    if (reading.root()) return valueOf(*reading.root());
   }
   return readSlowly(text, maxDepth);
 }
@@ -140,13 +151,13 @@ std::optional<json> parseJsonObject(std::string_view text, int maxDepth) {
 
 bool forEachMember(std::string_view text,
                    const std::function<void(const std::string& key, const json& value)>& onMember) {
-  const auto handOver = [&onMember](simdjson::dom::element root) {
+  const FastReading reading(text, kMaxJsonDepth, Buffers::own);  // `onMember` may read, too
+  if (reading.root()) {
     simdjson::dom::object object;
-    if (root.get(object) != simdjson::SUCCESS) return false;
+    if (reading.root()->get(object) != simdjson::SUCCESS) return false;
     for (const auto [key, value] : object) onMember(std::string(key), valueOf(value));
     return true;
-  };
-  if (const auto isObject = readFast(text, kMaxJsonDepth, handOver)) return *isObject;
+  }
   auto value = readSlowly(text, kMaxJsonDepth);
   if (!value || !value->is_object()) return false;
   for (const auto& [key, member] : value->items()) onMember(key, member);
@@ -165,17 +176,17 @@ std::string textAt(const json& object, const char* key) {
 }
 
 std::string textInJsonObject(std::string_view text, std::string_view key) {
-  const auto find = [key](simdjson::dom::element root) {
+  const FastReading reading(text, kMaxJsonDepth);
+  if (reading.root()) {
     simdjson::dom::object object;
     std::string_view found;
-    if (root.get(object) != simdjson::SUCCESS) return std::string();
+    if (reading.root()->get(object) != simdjson::SUCCESS) return {};
     for (const auto [name, value] : object) {
       if (name != key) continue;
       if (value.get(found) != simdjson::SUCCESS) found = {};
     }
     return std::string(found);
-  };
-  if (auto found = readFast(text, kMaxJsonDepth, find)) return *std::move(found);
+  }
   const auto object = readSlowly(text, kMaxJsonDepth);
   return object ? textAt(*object, std::string(key).c_str()) : std::string();
 }
