@@ -22,6 +22,7 @@ class CatchUp:
         self.recorded = setting.folder / "requests"
         self.lines = setting.folder / "activity-lines"
         self.floor_log = setting.folder / "floor-activity-lines"
+        self.cursor = setting.folder / "cursor"
         self.expected = None  # requests and their bytes
 
     def _agent(self, has_journal):
@@ -31,17 +32,19 @@ class CatchUp:
             self.home.journal.symlink_to("nowhere")
         return [self.setting.agent, "--from-start", "--verbose", "--poll", "0"]
 
-    def _floor(self, service):
+    def _floor(self, service, saves):
         self.floor_log.unlink(missing_ok=True)
+        files = [self.cursor, self.home.transcripts] if saves else []
         return [self.setting.tools / "floor_post_loop", service.url, homes.KEY, self.recorded,
-                self.lines, self.floor_log]
+                self.lines, self.floor_log, *files]
 
     def run(self, who, service, cores=None):
         """Seconds and CPU seconds between the two marks, and what arrived meanwhile. `who` is "agent",
-        "agent without journal" or "floor"."""
+        "agent without journal", "floor", or "floor that saves", which also treats its files as the agent
+        must."""
         self.home.profile(service.url)
         before = service.stats()
-        command = (self._floor(service) if who == "floor"
+        command = (self._floor(service, saves=who == "floor that saves") if who.startswith("floor")
                    else self._agent(has_journal=who == "agent"))
         with watched(command, self.home.environment(), cores) as process:
             begin = process.wait_for(1)
@@ -59,6 +62,7 @@ class CatchUp:
         with sink(program, "--record", self.recorded) as service:
             *_, came = self.run("agent", service)
         shutil.copyfile(self.home.activity, self.lines)
+        shutil.copyfile(self.home.cursor, self.cursor)
         again = self.setting.folder / "requests-of-the-floor"
         with sink(program, "--record", again) as service:
             *_, floor_came = self.run("floor", service)
@@ -97,13 +101,17 @@ def measure(setting):
         rows.append(Row("catch-up", where, "requests/s", *rates, Goal(goal, at_least=True), note))
         rows.append(Row("catch-up", f"{where}, CPU a request", "us", *costs))
         note = ""
-    say("catch-up: with and without the journal")
     cores = setting.one_core()
-    with setting.off_the_one_core(cores), sink(program, cores=cores) as service:
-        rates, costs = _alternating(catch_up, "agent", "agent without journal", service, cores)
-    note = "the floor's column is the agent with a journal that cannot be written"
-    rows.append(Row("journal", "one core", "requests/s", *rates, note=note))
-    rows.append(Row("journal", "one core, CPU a request", "us", *costs))
+    for topic, who, note in (
+            ("catch-up, its files too", "floor that saves", "the floor also opens the log for each line, "
+             f"and replaces a growing cursor file {catch_up.home.transcripts:,} times, as the agent does"),
+            ("journal", "agent without journal",
+             "the floor's column is the agent with a journal that cannot be written")):
+        say(f"{topic}: beside the {who}")
+        with setting.off_the_one_core(cores), sink(program, cores=cores) as service:
+            rates, costs = _alternating(catch_up, "agent", who, service, cores)
+        rows.append(Row(topic, "one core", "requests/s", *rates, note=note))
+        rows.append(Row(topic, "one core, CPU a request", "us", *costs))
     shutil.rmtree(catch_up.home.root)
     catch_up.recorded.unlink()
     return rows
