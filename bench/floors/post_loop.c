@@ -74,18 +74,6 @@ static void put(int file, const char* bytes, size_t length) {
   }
 }
 
-static void logLine(int* log, const char* path, const char* line, size_t length,
-                    bool isAsTheAgent) {
-  if (!isAsTheAgent) {
-    put(*log, line, length);
-    return;
-  }
-  close(*log);
-  *log = openLog(path);
-  put(*log, line, length - 1);
-  put(*log, line + length - 1, 1);
-}
-
 static void save(const char* path, const char* bytes, size_t length) {
   char temporary[1024];
   snprintf(temporary, sizeof temporary, "%s.tmp", path);
@@ -99,6 +87,60 @@ static void mark(void) {
   if (write(STDERR_FILENO, "found\n", 6) != 6) exit(1);
 }
 
+/* The activity log and the cursor file, which are kept as the agent must where there are saves. */
+static struct {
+  const char* logPath;
+  int log;
+  char cursorPath[512];
+  const char* cursor;
+  size_t cursorLength;
+  size_t saves;
+  size_t done;
+} files;
+
+static void keepFiles(const char* logPath, const char* cursor, const char* saves) {
+  files.logPath = logPath;
+  files.log = openLog(logPath);
+  if (cursor == NULL) return;
+  snprintf(files.cursorPath, sizeof files.cursorPath, "%s.cursor", logPath);
+  files.cursor = contentOf(cursor, &files.cursorLength);
+  files.saves = strtoul(saves, NULL, 10);
+}
+
+static void logLine(const char* line, size_t length) {
+  if (files.saves == 0) {
+    put(files.log, line, length);
+    return;
+  }
+  close(files.log);
+  files.log = openLog(files.logPath);
+  put(files.log, line, length - 1);
+  put(files.log, line + length - 1, 1);
+}
+
+static void saveWhenDue(size_t sent, size_t all) {
+  if (files.saves == 0 || files.saves * sent < (files.done + 1) * all) return;
+  ++files.done;
+  save(files.cursorPath, files.cursor, files.cursorLength / files.saves * files.done);
+}
+
+/* Posts the request at `at`, LENGTH PATH LF BODY, to the base that `url` begins with, and returns
+   what follows it. */
+static char* post(CURL* curl, char* url, size_t base, size_t most, char* at) {
+  const size_t length = strtoul(at, NULL, 10);
+  const char* const path = strchr(at, ' ') + 1;
+  char* const feed = strchr(path, '\n');
+  const size_t pathLength = (size_t)(feed - path);
+  if (base + pathLength >= most) fail("URL");
+  memcpy(url + base, path, pathLength);
+  url[base + pathLength] = '\0';
+  curl_easy_setopt(curl, CURLOPT_URL, url);
+  curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE_LARGE, (curl_off_t)length);
+  curl_easy_setopt(curl, CURLOPT_POSTFIELDS, feed + 1);
+  if (curl_easy_perform(curl) != CURLE_OK) fail("request");
+  return feed + 1 + length;
+}
+
 int main(int argc, char** argv) {
   if (argc != 6 && argc != 8) {
     fputs("usage: post_loop URL KEY RECORDED ACTIVITY LOG [CURSOR SAVES]\n", stderr);
@@ -106,17 +148,10 @@ int main(int argc, char** argv) {
   }
   size_t recordedLength;
   size_t activityLength;
-  char* at = contentOf(argv[3], &recordedLength);
+  char* const recorded = contentOf(argv[3], &recordedLength);
   const char* line = contentOf(argv[4], &activityLength);
-  const char* const end = at + recordedLength;
   const char* const lastLine = line + activityLength;
-  const bool isAsTheAgent = argc == 8;
-  size_t cursorLength = 0;
-  const char* cursor = isAsTheAgent ? contentOf(argv[6], &cursorLength) : NULL;
-  const size_t saves = isAsTheAgent ? strtoul(argv[7], NULL, 10) : 0;
-  char saved[512];
-  snprintf(saved, sizeof saved, "%s.cursor", argv[5]);
-  int log = openLog(argv[5]);
+  keepFiles(argv[5], argc == 8 ? argv[6] : NULL, argc == 8 ? argv[7] : NULL);
   CURL* curl = newHandle(argv[2]);
   char url[1024];
   const size_t base = strlen(argv[1]);
@@ -124,29 +159,13 @@ int main(int argc, char** argv) {
   memcpy(url, argv[1], base);
 
   mark();
-  const char* const begin = at;
-  size_t done = 0;
-  while (at < end) {
-    char* path;
-    const size_t length = strtoul(at, &path, 10);
-    char* const feed = strchr(++path, '\n');
-    const size_t pathLength = (size_t)(feed - path);
-    if (base + pathLength >= sizeof url) return 2;
-    memcpy(url + base, path, pathLength);
-    url[base + pathLength] = '\0';
-    curl_easy_setopt(curl, CURLOPT_URL, url);
-    curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE_LARGE, (curl_off_t)length);
-    curl_easy_setopt(curl, CURLOPT_POSTFIELDS, feed + 1);
-    if (curl_easy_perform(curl) != CURLE_OK) fail("request");
-    const char* const next = memchr(line, '\n', (size_t)(lastLine - line));
-    if (next == NULL) fail("activity line");
-    logLine(&log, argv[5], line, (size_t)(next + 1 - line), isAsTheAgent);
-    line = next + 1;
-    at = feed + 1 + length;
-    if (saves * (size_t)(at - begin) >= (done + 1) * recordedLength) {
-      ++done;
-      save(saved, cursor, cursorLength / saves * done);
-    }
+  for (char* at = recorded; at < recorded + recordedLength;) {
+    at = post(curl, url, base, sizeof url, at);
+    const char* const feed = memchr(line, '\n', (size_t)(lastLine - line));
+    if (feed == NULL) fail("activity line");
+    logLine(line, (size_t)(feed + 1 - line));
+    line = feed + 1;
+    saveWhenDue((size_t)(at - recorded), recordedLength);
   }
   mark();
   pause();

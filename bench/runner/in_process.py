@@ -13,7 +13,7 @@ PATIENCE = 900  # seconds for a topic
 def _repetitions(setting, topic, *arguments):
     """What each repetition of agent and floor found; their order is shuffled by the program."""
     command = [setting.tools / "bench_in_process", topic, *arguments, "--benchmark_format=json",
-               f"--benchmark_repetitions={setting.scale.runs}",
+               f"--benchmark_repetitions={setting.scale.repetitions}",
                f"--benchmark_min_time={setting.scale.repetition_seconds}",
                "--benchmark_enable_random_interleaving=true"]
     done = subprocess.run([str(word) for word in command], env=minimal_environment(), timeout=PATIENCE,
@@ -26,7 +26,7 @@ def _repetitions(setting, topic, *arguments):
             raise Failure(f"{one['name']}: {one['error_message']}")
         if one["run_type"] == "iteration":
             found[one["name"].split("/")[1]].append(one)
-    if len(found["agent"]) != setting.scale.runs or len(found["floor"]) != setting.scale.runs:
+    if any(len(ones) != setting.scale.repetitions for ones in found.values()):
         raise Failure(f"{topic} was not measured as often as it should have been")
     return found
 
