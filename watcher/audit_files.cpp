@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bitset>
 #include <optional>
 #include <string_view>
 
@@ -32,6 +33,23 @@ std::optional<std::string_view> transcriptName(std::string_view name) {
   if (!name.ends_with(kExtension)) return std::nullopt;
   return name.substr(0, name.size() - kExtension.size());
 }
+
+// Which ids are in none of some sessions, but for a few that are not told (a Bloom filter with one
+// hash): most transcripts are of no recorded session, and these bits stay in a cache that a table
+// of ids falls out of.
+class Sieve {
+ public:
+  explicit Sieve(const SessionIds& ids) {
+    for (const auto& id : ids) bits_.set(bitOf(id));
+  }
+  bool lets(std::string_view id) const { return bits_.test(bitOf(id)); }
+
+ private:
+  static constexpr std::size_t kBits = 1 << 16;
+  static std::size_t bitOf(std::string_view id) { return TextHash()(id) % kBits; }
+
+  std::bitset<kBits> bits_;
+};
 
 }  // namespace
 
@@ -71,8 +89,9 @@ SessionIds desktopSessionIds() {
 void visitAuditFiles(const std::function<void(const Entry& entry)>& onFile) {
   const SessionIds ids = desktopSessionIds();
   if (ids.empty()) return;
+  const Sieve sieve(ids);
   visitTranscripts([&](const Entry& entry, std::string_view id) {
-    if (ids.contains(id)) onFile(entry);
+    if (sieve.lets(id) && ids.contains(id)) onFile(entry);
   });
 }
 

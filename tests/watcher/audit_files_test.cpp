@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "tests/support/temp_root.h"
 #include "tests/support/without_privileges.h"
@@ -18,6 +19,7 @@ using test::writeFile;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
+using testing::UnorderedElementsAreArray;
 
 // A record named like the session, in the folder of session records.
 std::string recordPath(const TempRoot& root, const std::string& name) {
@@ -196,6 +198,16 @@ TEST(DesktopSessionIds, WhatCannotBeReadIsLeftOut) {
     EXPECT_THAT(desktopSessionIds(), ElementsAre("a"));
   }
   std::filesystem::permissions(recordPath(root, "secret"), std::filesystem::perms::owner_all);
+}
+
+TEST(AuditFiles, AmongManyNoTranscriptOfAnotherSessionIsTakenForARecordedOne) {
+  const TempRoot root;
+  std::vector<std::string> recorded;
+  for (int i = 0; i < 700; ++i) {
+    recorded.push_back(root.addTranscript("session-" + std::to_string(i), "x"));
+    writeFile(root.projects() + "/other-" + std::to_string(i) + ".jsonl", "x");
+  }
+  EXPECT_THAT(auditFiles(), UnorderedElementsAreArray(recorded));
 }
 
 TEST(AuditFiles, TranscriptOfARecordedSessionIsFoundAtAnyDepth) {
