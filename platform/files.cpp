@@ -80,21 +80,26 @@ bool moveInto(const std::string& path, const std::string& temporary, FolderInPla
 }  // namespace
 
 std::optional<std::string> readFile(const std::string& path) {
-  return readFileAt(AT_FDCWD, path.c_str());
+  std::string content;
+  if (!readFileAt(AT_FDCWD, path.c_str(), content)) return std::nullopt;
+  return content;
 }
 
-std::optional<std::string> readFileAt(int folder, const char* name) {
+bool readFileAt(int folder, const char* name, std::string& content) {
+  content.clear();
   const Descriptor file(folder, name, O_RDONLY | O_NONBLOCK | O_NOCTTY);
-  if (!file.valid()) return std::nullopt;
-  std::string content;
+  if (!file.valid()) return false;
   char piece[kReadPiece];
   for (;;) {
     const ssize_t count = uninterrupted([&] { return ::read(file.get(), piece, sizeof piece); });
-    if (count < 0) return std::nullopt;
+    if (count < 0) {
+      content.clear();
+      return false;
+    }
     content.append(piece, static_cast<std::size_t>(count));
     // A regular file reads short only at its end, so most files need no second read.
-    if (static_cast<std::size_t>(count) < sizeof piece) return content;
-    if (content.size() == kMostOfNoRegularFile && !isRegularFile(file.get())) return content;
+    if (static_cast<std::size_t>(count) < sizeof piece) return true;
+    if (content.size() == kMostOfNoRegularFile && !isRegularFile(file.get())) return true;
   }
 }
 

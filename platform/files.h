@@ -16,8 +16,9 @@ namespace pelmar {
 // (a FIFO reads as empty) and takes at most 1 MiB from what is no regular file (/dev/zero).
 std::optional<std::string> readFile(const std::string& path);
 
-// The same for `name` in the open folder `folder`, which spares the way along the path.
-std::optional<std::string> readFileAt(int folder, const char* name);
+// The same for `name` in the open folder `folder`, which spares the way along the path, into
+// `content`, whose memory serves again. False, and `content` is empty, when it cannot be read.
+bool readFileAt(int folder, const char* name, std::string& content);
 
 // Why what stands at `path` (a file or a folder) cannot be opened for reading, as errno has it; 0
 // when it can.

@@ -56,9 +56,11 @@ class Sieve {
 void visitSessionRecords(
     const std::function<void(const std::string& path, const std::string& text)>& onRecord,
     const std::function<void(const std::string& folder, int error)>& onUnreadable) {
-  const auto visit = [&onRecord](const Entry& entry) {
+  std::string text;
+  const auto visit = [&](const Entry& entry) {
     if (!isSessionRecord(entry.name)) return Descend::yes;
-    onRecord(entry.path, readFileAt(entry.folder, entry.name.data()).value_or(""));
+    readFileAt(entry.folder, entry.name.data(), text);
+    onRecord(entry.path, text);
     return Descend::yes;
   };
   walkFolder(locations::homeFolder() + "/Library/Application Support/Claude/claude-code-sessions",
