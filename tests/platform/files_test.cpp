@@ -66,6 +66,17 @@ TEST_F(ReadFile, IsNoneWhereNothingCanBeRead) {
   EXPECT_EQ(readFile(below("dangling")), std::nullopt);
 }
 
+TEST_F(ReadFile, WhatWasReadBeforeDoesNotStandForWhatCannotBeRead) {
+  writeFile(below("file"), "before");
+  for (const char* unreadable : {"missing", "home"}) {
+    std::string content;
+    ASSERT_TRUE(readFileAt(AT_FDCWD, below("file").c_str(), content));
+    ASSERT_EQ(content, "before");
+    EXPECT_FALSE(readFileAt(AT_FDCWD, below(unreadable).c_str(), content)) << unreadable;
+    EXPECT_EQ(content, "") << unreadable;
+  }
+}
+
 TEST_F(ReadFile, ReadsFilesOfAnySizeWhole) {
   for (const std::size_t size : {0U, 1U, 65535U, 65536U, 65537U, 131072U, 3000000U}) {
     std::string content(size, 'x');
