@@ -37,9 +37,9 @@ FULL = Scale(runs=5, idle_sizes=((100, 500), (1000, 5000), (5000, 50000)), idle_
              rest_seconds=10, shipper_files=1000, shipper_rest_seconds=20)
 SMOKE = Scale(runs=2, idle_sizes=((10, 50), (40, 200), (100, 500)), idle_seconds=0.1, idle_passes=5,
               pause=0.2, paused_passes=2, paused_runs=1, made_bytes=500_000, corpus_bytes=1_000_000,
-              appends=10, saved_transcripts=6, repetitions=2, repetition_seconds=0.02, short_lines_bytes=4_000_000,
-              long_line_bytes=2_000_000, starts=3, rest_seconds=0.5, shipper_files=20,
-              shipper_rest_seconds=2)
+              appends=10, saved_transcripts=6, repetitions=2, repetition_seconds=0.02,
+             short_lines_bytes=4_000_000, long_line_bytes=2_000_000, starts=3, rest_seconds=0.5,
+             shipper_files=20, shipper_rest_seconds=2)
 
 
 @dataclasses.dataclass(frozen=True)
